@@ -1,0 +1,2 @@
+#include "support/exits.h"
+Initializer_exiting::Initializer_exiting() {}

@@ -1,0 +1,80 @@
+// vec: the growable array used everywhere. Storage comes from smart_realloc / smart_free;
+// elements are moved as raw bytes when the array grows, so T must be trivially relocatable.
+#pragma once
+#include <new>
+
+#include "support/alloc.h"
+
+template <class T>
+struct vec {
+    T* data = nullptr;
+    int size = 0;
+    int cap = 0;
+
+    vec() {}
+    vec(const vec&) = delete;
+    vec& operator=(const vec&) = delete;
+    ~vec() { release(); }
+
+    T& operator[](int i) { return data[i]; }
+    const T& operator[](int i) const { return data[i]; }
+    T& last() { return data[size - 1]; }
+    T* begin() { return data; }
+    T* end() { return data + size; }
+    const T* begin() const { return data; }
+    const T* end() const { return data + size; }
+
+    // Capacity grows 2, 3, 5, 8, 12, 18, 27, 41, ... until it holds n.
+    void reserve(int n) {
+        if (n <= cap) return;
+        int c = cap;
+        if (c == 0)
+            c = n > 2 ? n : 2;
+        else
+            while (c < n) c = (c * 3 + 1) >> 1;
+        data = (T*)smart_realloc((char*)data, (unsigned)(cap * sizeof(T)), (unsigned)(c * sizeof(T)));
+        cap = c;
+    }
+
+    T& push(const T& x) {
+        if (size >= cap) {
+            T copy = x;  // x may live in the old storage
+            reserve(size + 1);
+            return *new (data + size++) T(copy);
+        }
+        return *new (data + size++) T(x);
+    }
+
+    // Appends a value-initialised element and returns it.
+    T& push() {
+        reserve(size + 1);
+        return *new (data + size++) T();
+    }
+
+    // Grows to n elements (new ones value-initialised) or drops the elements past n.
+    void resize(int n) {
+        reserve(n);
+        while (size < n) new (data + size++) T();
+        while (size > n) data[--size].~T();
+    }
+
+    // Drops the elements, keeps the storage.
+    void clear() { resize(0); }
+
+    // Drops the elements and gives the storage back.
+    void release() {
+        if (cap > 0) {
+            while (size > 0) data[--size].~T();
+            smart_free((char*)data, (unsigned)(cap * sizeof(T)));
+            data = nullptr;
+            cap = 0;
+        }
+        size = 0;
+    }
+};
+
+template <class A, class B>
+struct Pair {
+    A first;
+    B second;
+};

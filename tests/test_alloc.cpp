@@ -1,0 +1,69 @@
+#include <gtest/gtest.h>
+
+#include "support/alloc.h"
+#include "support/vec.h"
+
+TEST(SmartRealloc, SmallBlocksComeBackFromTheirClass) {
+    char* a = smart_realloc(nullptr, 0, 10);
+    ASSERT_NE(a, nullptr);
+    smart_free(a, 11);  // 9..12 bytes share one class
+    char* b = smart_realloc(nullptr, 0, 9);
+    EXPECT_EQ(a, b);
+    smart_free(b, 12);
+}
+
+TEST(SmartRealloc, ReleaseToZeroPutsTheBlockOnItsList) {
+    char* a = smart_realloc(nullptr, 0, 20);
+    EXPECT_EQ(smart_realloc(a, 20, 0), nullptr);
+    char* b = smart_realloc(nullptr, 0, 17);
+    EXPECT_EQ(a, b);
+    smart_free(b, 20);
+}
+
+TEST(SmartRealloc, KeepsTheContentWhenGrowing) {
+    char* a = smart_realloc(nullptr, 0, 8);
+    for (int i = 0; i < 8; i++) a[i] = (char)(i + 1);
+    char* b = smart_realloc(a, 8, 300);
+    for (int i = 0; i < 8; i++) EXPECT_EQ(b[i], i + 1);
+    smart_free(b, 300);
+}
+
+TEST(Vec, CapacityFollowsTheGrowthRule) {
+    vec<int> v;
+    std::vector<int> caps;
+    for (int i = 0; i < 30; i++) {
+        int before = v.cap;
+        v.push(i);
+        if (v.cap != before) caps.push_back(v.cap);
+    }
+    EXPECT_EQ(caps, (std::vector<int>{2, 3, 5, 8, 12, 18, 27, 41}));
+    for (int i = 0; i < 30; i++) EXPECT_EQ(v[i], i);
+}
+
+TEST(StackAlloc, LargeRequestGetsItsOwnBlock) {
+    StackAlloc<unsigned, 10000, 1000> s;
+    s.owner = true;
+    s.data = (unsigned*)malloc(40000);
+    s.used = 9500;  // too little room left, so the request reaches the slow path
+    unsigned* chunk = s.data;
+    unsigned* big = s.alloc(1001);
+    EXPECT_EQ(s.data, chunk);
+    EXPECT_EQ(s.used, 9500u);
+    ASSERT_NE(s.prev, nullptr);
+    EXPECT_EQ(s.prev->data, big);
+    EXPECT_EQ(s.prev->used, 0xFFFFFFFFu);
+    EXPECT_EQ(s.alloc(10), chunk + 9500);
+}
+
+TEST(StackAlloc, ShortChunkIsAbandoned) {
+    StackAlloc<unsigned, 10000, 1000> s;
+    s.owner = true;
+    s.data = (unsigned*)malloc(40000);
+    s.used = 9995;
+    unsigned* old = s.data;
+    unsigned* p = s.alloc(8);
+    EXPECT_NE(s.data, old);
+    EXPECT_EQ(p, s.data);
+    EXPECT_EQ(s.used, 8u);
+    EXPECT_EQ(s.prev->data, old);
+}
