@@ -1,0 +1,277 @@
+#include "xserver.h"
+
+#include <X11/Xutil.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+static const int FIRST_DISPLAY = 90;
+static const int DISPLAY_TRIES = 60;
+static const int START_TIMEOUT_MS = 15000;
+
+static bool exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+static std::string findInPath(const std::string& program) {
+    const char* path = getenv("PATH");
+    std::stringstream dirs(path ? path : "/usr/bin:/bin");
+    std::string dir;
+    while (std::getline(dirs, dir, ':')) {
+        std::string full = dir + "/" + program;
+        if (access(full.c_str(), X_OK) == 0) return full;
+    }
+    return "";
+}
+
+static bool displayInUse(int n) {
+    std::string num = std::to_string(n);
+    return exists("/tmp/.X" + num + "-lock") || exists("/tmp/.X11-unix/X" + num);
+}
+
+static void redirect(int fd, const char* path, int flags) {
+    int opened = open(path, flags, 0644);
+    if (opened >= 0) dup2(opened, fd);
+    if (opened >= 0 && opened != fd) close(opened);
+}
+
+static long long nowMs() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (long long)t.tv_sec * 1000 + t.tv_nsec / 1000000;
+}
+
+static void sleepMs(int ms) {
+    timespec t = {ms / 1000, (ms % 1000) * 1000000L};
+    nanosleep(&t, nullptr);
+}
+
+// Reads the display number Xvfb writes once it accepts connections; false when it exits or
+// stays silent.
+static bool readReady(int fd) {
+    std::string got;
+    long long deadline = nowMs() + START_TIMEOUT_MS;
+    while (got.find('\n') == std::string::npos) {
+        pollfd p = {fd, POLLIN, 0};
+        int left = (int)(deadline - nowMs());
+        if (left <= 0 || poll(&p, 1, left) <= 0) return false;
+        char buf[32];
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n <= 0) return false;
+        got.append(buf, (size_t)n);
+    }
+    return true;
+}
+
+XServer::XServer(int depth, int width, int height) {
+    std::string xvfb = findInPath("Xvfb");
+    if (xvfb.empty()) {
+        error_ = "Xvfb is not installed (scripts/install-deps installs it); X tests skipped";
+        return;
+    }
+    for (int n = FIRST_DISPLAY; n < FIRST_DISPLAY + DISPLAY_TRIES; n++)
+        if (!displayInUse(n) && start(n, xvfb, depth, width, height)) return;
+    if (error_.empty()) error_ = "could not start Xvfb on any display from :90 up";
+}
+
+bool XServer::start(int number, const std::string& xvfb, int depth, int width, int height) {
+    int ready[2];
+    if (pipe(ready) != 0) return false;
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(ready[0]);
+        prctl(PR_SET_PDEATHSIG, SIGTERM);  // never outlive the test
+        redirect(0, "/dev/null", O_RDONLY);
+        redirect(1, "/dev/null", O_WRONLY);
+        redirect(2, "/dev/null", O_WRONLY);
+        std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x" + std::to_string(depth);
+        std::string display = ":" + std::to_string(number), fd = std::to_string(ready[1]);
+        execl(xvfb.c_str(), "Xvfb", display.c_str(), "-screen", "0", screen.c_str(), "-nolisten", "tcp",
+              "-displayfd", fd.c_str(), (char*)nullptr);
+        _exit(127);
+    }
+    close(ready[1]);
+    bool up = pid > 0 && readReady(ready[0]);
+    close(ready[0]);
+    if (up) {
+        pid_ = pid;
+        number_ = number;
+        return true;
+    }
+    if (pid > 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    return false;
+}
+
+XServer::~XServer() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+}
+
+void XServer::useInThisProcess() const { setenv("DISPLAY", name().c_str(), 1); }
+
+Display* XServer::connect() const { return XOpenDisplay(name().c_str()); }
+
+RunResult XServer::run(const std::vector<std::string>& argv, const std::string& cwd) const {
+    return runProgram(argv, cwd, {"DISPLAY=" + name()});
+}
+
+static std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+static RunResult collect(pid_t pid, const TempDir& io) {
+    int wstatus = 0;
+    waitpid(pid, &wstatus, 0);
+    RunResult r;
+    if (WIFEXITED(wstatus)) r.status = WEXITSTATUS(wstatus);
+    if (WIFSIGNALED(wstatus)) r.signal = WTERMSIG(wstatus);
+    r.out = slurp(io.file("out"));
+    r.err = slurp(io.file("err"));
+    return r;
+}
+
+RunResult XServer::runChild(const std::function<void()>& body) const {
+    TempDir io;
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        redirect(1, io.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+        redirect(2, io.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+        useInThisProcess();
+        body();
+        fflush(nullptr);
+        _exit(0);
+    }
+    return collect(pid, io);
+}
+
+RunResult XServer::xdotool(const std::vector<std::string>& args) const {
+    std::vector<std::string> argv = {findInPath("xdotool")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run(argv);
+}
+
+pid_t XServer::xdotoolAsync(const std::vector<std::string>& args) const {
+    std::string tool = findInPath("xdotool");
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        useInThisProcess();
+        std::vector<char*> argv = {(char*)"xdotool"};
+        for (const std::string& a : args) argv.push_back((char*)a.c_str());
+        argv.push_back(nullptr);
+        execv(tool.c_str(), argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+int waitChild(pid_t pid) {
+    int wstatus = 0;
+    if (pid <= 0 || waitpid(pid, &wstatus, 0) != pid) return -1;
+    return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+}
+
+// One channel of a pixel value scaled to 8 bits.
+static unsigned channel(unsigned long pixel, unsigned long mask) {
+    if (!mask) return 0;
+    int shift = __builtin_ctzl(mask);
+    int bits = __builtin_popcountl(mask);
+    unsigned long v = (pixel & mask) >> shift;
+    return bits >= 8 ? (unsigned)(v >> (bits - 8)) : (unsigned)(v * 255 / ((1ul << bits) - 1));
+}
+
+uint32_t Pixels::rgbAt(int x, int y) const {
+    const unsigned char* p = &rgb[((size_t)y * width + x) * 3];
+    return (uint32_t)p[0] << 16 | (uint32_t)p[1] << 8 | p[2];
+}
+
+Pixels captureWindow(Display* d, Window w) {
+    Pixels px;
+    XWindowAttributes attr;
+    if (!XGetWindowAttributes(d, w, &attr) || attr.map_state != IsViewable) return px;
+    XImage* image = XGetImage(d, w, 0, 0, attr.width, attr.height, AllPlanes, ZPixmap);
+    if (!image) return px;
+    px.width = attr.width;
+    px.height = attr.height;
+    for (int y = 0; y < px.height; y++)
+        for (int x = 0; x < px.width; x++) {
+            unsigned long v = XGetPixel(image, x, y);
+            px.raw.push_back((uint32_t)v);
+            px.rgb.push_back((unsigned char)channel(v, attr.visual->red_mask));
+            px.rgb.push_back((unsigned char)channel(v, attr.visual->green_mask));
+            px.rgb.push_back((unsigned char)channel(v, attr.visual->blue_mask));
+        }
+    XDestroyImage(image);
+    return px;
+}
+
+static Window findBelow(Display* d, Window parent, const std::string& title) {
+    Window root, up, *children = nullptr;
+    unsigned n = 0;
+    if (!XQueryTree(d, parent, &root, &up, &children, &n)) return 0;
+    Window found = 0;
+    for (unsigned i = 0; i < n && !found; i++) {
+        char* name = nullptr;
+        if (XFetchName(d, children[i], &name) && name) {
+            if (title == name) found = children[i];
+            XFree(name);
+        }
+        if (!found) found = findBelow(d, children[i], title);
+    }
+    if (children) XFree(children);
+    return found;
+}
+
+Window findWindow(Display* d, const std::string& title) { return findBelow(d, DefaultRootWindow(d), title); }
+
+// Polls ready() every few milliseconds until it holds or timeout_ms pass.
+static bool pollUntil(const std::function<bool()>& ready, int timeout_ms) {
+    long long deadline = nowMs() + timeout_ms;
+    for (;;) {
+        if (ready()) return true;
+        if (nowMs() >= deadline) return false;
+        sleepMs(2);
+    }
+}
+
+Window waitForWindow(Display* d, const std::string& title, int timeout_ms) {
+    Window found = 0;
+    bool viewable = pollUntil(
+        [&] {
+            found = findWindow(d, title);
+            XWindowAttributes attr;
+            return found && XGetWindowAttributes(d, found, &attr) && attr.map_state == IsViewable;
+        },
+        timeout_ms);
+    return viewable ? found : 0;
+}
+
+bool waitQueued(Display* d, int count, int timeout_ms) {
+    return pollUntil(
+        [&] {
+            XSync(d, False);
+            return XEventsQueued(d, QueuedAlready) >= count;
+        },
+        timeout_ms);
+}
