@@ -48,6 +48,24 @@ struct Bitmap {
     const Color& at(int x, int y) const { return data[(size_t)y * width + x]; }
 };
 
+// Largest bitmap that the codec and the PNG reader accept; checked before allocating.
+const int kMaxSide = 65535;
+const long long kMaxPixels = 1LL << 26;
+
+inline bool sizeWithinLimits(long long width, long long height) {
+    return width >= 0 && height >= 0 && width <= kMaxSide && height <= kMaxSide &&
+           width * height <= kMaxPixels;
+}
+
+// Puts a bitmap into the cleared state without freeing anything: for fillers that failed after
+// releasing their own fresh array (what the bitmap held before was never theirs to free).
+inline void resetBitmap(Bitmap& bitmap) {
+    bitmap.owned = true;
+    bitmap.data = nullptr;
+    bitmap.width = 0;
+    bitmap.height = 0;
+}
+
 // Allocates width * height pixels with malloc; throws Exception_MemOut when a non-empty
 // allocation fails. The caller stores the result in a bitmap.
 Color* allocPixels(int width, int height);

@@ -1,0 +1,183 @@
+#include "png/png.h"
+
+#include <png.h>
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+
+#include "support/alloc.h"
+
+namespace {
+
+char last_error[256];
+
+// libpng errors are kept for pngLastError rather than printed; warnings are dropped.
+void onError(png_structp png, png_const_charp message) {
+    snprintf(last_error, sizeof last_error, "%s", message);
+    png_longjmp(png, 1);
+}
+
+void onWarning(png_structp, png_const_charp) {}
+
+void* allocOrThrow(size_t bytes) {
+    void* p = malloc(bytes ? bytes : 1);
+    if (!p) throw Exception_MemOut();
+    return p;
+}
+
+// Row pointers into one block of height rows.
+struct Rows {
+    png_bytep* rows = nullptr;
+    png_bytep block = nullptr;
+
+    void allocate(size_t height, size_t row_bytes) {
+        rows = (png_bytep*)allocOrThrow(height * sizeof(png_bytep));
+        block = (png_bytep)allocOrThrow(height * row_bytes);
+        for (size_t y = 0; y < height; y++) rows[y] = block + y * row_bytes;
+    }
+    ~Rows() {
+        free(rows);
+        free(block);
+    }
+};
+
+// Everything one read owns, released on every path. It lives outside the function that calls
+// setjmp, so its fields keep their values after a jump back.
+struct ReadState {
+    FILE* file = nullptr;
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    Rows rows;
+    ~ReadState() {
+        if (png) png_destroy_read_struct(&png, info ? &info : nullptr, nullptr);
+        if (file) fclose(file);
+    }
+};
+
+struct WriteState {
+    FILE* file = nullptr;
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    Rows rows;
+    ~WriteState() {
+        if (png) png_destroy_write_struct(&png, info ? &info : nullptr);
+        if (file) fclose(file);
+    }
+};
+
+bool hasSignature(FILE* file) {
+    unsigned char signature[8];
+    return fread(signature, 1, 8, file) == 8 && png_sig_cmp(signature, 0, 8) == 0;
+}
+
+// Reads the whole image as 8-bit samples into s.rows.
+bool readImage(ReadState& s) {
+    if (setjmp(png_jmpbuf(s.png))) return false;
+    png_init_io(s.png, s.file);
+    png_set_sig_bytes(s.png, 8);
+    png_read_info(s.png, s.info);
+    png_uint_32 width = png_get_image_width(s.png, s.info);
+    png_uint_32 height = png_get_image_height(s.png, s.info);
+    if (!sizeWithinLimits(width, height)) {
+        snprintf(last_error, sizeof last_error, "image size %ux%u beyond the limits", (unsigned)width,
+                 (unsigned)height);
+        return false;
+    }
+    png_set_expand(s.png);
+    png_set_strip_16(s.png);
+    png_set_interlace_handling(s.png);
+    png_read_update_info(s.png, s.info);
+    s.rows.allocate(height, png_get_rowbytes(s.png, s.info));
+    png_read_image(s.png, s.rows.rows);
+    return true;
+}
+
+// Converts the rows by colour type (after expansion: grey, grey + alpha, RGB, RGB + alpha).
+bool convertRows(const Rows& rows, int colour_type, int width, int height, Color* out) {
+    int channels;
+    switch (colour_type) {
+        case PNG_COLOR_TYPE_GRAY: channels = 1; break;
+        case PNG_COLOR_TYPE_GRAY_ALPHA: channels = 2; break;
+        case PNG_COLOR_TYPE_RGB: channels = 3; break;
+        case PNG_COLOR_TYPE_RGB_ALPHA: channels = 4; break;
+        default: return false;
+    }
+    bool grey = channels < 3, alpha = channels % 2 == 0;
+    for (int y = 0; y < height; y++) {
+        const png_byte* p = rows.rows[y];
+        Color* row = out + (size_t)y * width;
+        for (int x = 0; x < width; x++, p += channels) {
+            unsigned char r = p[0], g = grey ? p[0] : p[1], b = grey ? p[0] : p[2];
+            row[x] = Color{r, g, b, (unsigned char)(alpha ? 255 - p[channels - 1] : 0)};
+        }
+    }
+    return true;
+}
+
+bool writeImage(WriteState& s, const Bitmap& bitmap) {
+    if (setjmp(png_jmpbuf(s.png))) return false;
+    png_init_io(s.png, s.file);
+    png_set_IHDR(s.png, s.info, bitmap.width, bitmap.height, 8, PNG_COLOR_TYPE_RGB_ALPHA,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(s.png, s.info);
+    png_write_image(s.png, s.rows.rows);
+    png_write_end(s.png, nullptr);
+    return true;
+}
+
+void fillRgbaRows(Rows& rows, const Bitmap& bitmap) {
+    rows.allocate(bitmap.height, (size_t)bitmap.width * 4);
+    for (int y = 0; y < bitmap.height; y++) {
+        png_bytep p = rows.rows[y];
+        for (int x = 0; x < bitmap.width; x++, p += 4) {
+            Color c = bitmap.at(x, y);
+            p[0] = c.r, p[1] = c.g, p[2] = c.b, p[3] = (png_byte)(255 - c.transparency);
+        }
+    }
+}
+
+}  // namespace
+
+const char* pngLastError() { return last_error; }
+
+bool readPng(const char* path, Bitmap& bitmap) {
+    last_error[0] = 0;
+    ReadState s;
+    s.file = fopen(path, "rb");
+    if (!s.file || !hasSignature(s.file)) return false;
+    s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
+    if (s.png) s.info = png_create_info_struct(s.png);
+    bool ok = s.info && readImage(s);
+    if (ok) {
+        int width = (int)png_get_image_width(s.png, s.info);
+        int height = (int)png_get_image_height(s.png, s.info);
+        Color* pixels = allocPixels(width, height);
+        ok = convertRows(s.rows, png_get_color_type(s.png, s.info), width, height, pixels);
+        if (ok) {
+            bitmap.data = pixels;
+            bitmap.width = width;
+            bitmap.height = height;
+            return true;
+        }
+        free(pixels);
+        snprintf(last_error, sizeof last_error, "unexpected colour type");
+    }
+    resetBitmap(bitmap);
+    return false;
+}
+
+bool writePng(const char* path, const Bitmap& bitmap) {
+    last_error[0] = 0;
+    WriteState s;
+    s.file = fopen(path, "wb");
+    if (!s.file) return false;
+    s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
+    if (s.png) s.info = png_create_info_struct(s.png);
+    if (!s.info) return false;
+    fillRgbaRows(s.rows, bitmap);
+    if (!writeImage(s, bitmap)) return false;
+    FILE* file = s.file;
+    s.file = nullptr;
+    return fclose(file) == 0;
+}
