@@ -1,13 +1,19 @@
 // Text drawing into the frame buffer, checked pixel by pixel against the glyph tables.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "display/win.h"
 #include "display/winstd.h"
+#include "tests/helpers/run.h"
 
 namespace {
 
@@ -367,6 +373,60 @@ TEST_F(TextTest, CompactFirstColumnIsNeverFull) {
     for (size_t i = 0; i < all.size(); i++)
         for (int row = 0; row < 24; row++) ASSERT_FALSE(sameColor(pixel(8 * (int)i, row), c));
     checkGuards();
+}
+
+}  // namespace
+
+namespace {
+
+const char* const console_font = "/usr/share/consolefonts/lat1-08.psf.gz";
+const char* const mono_font = "/usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf";
+
+bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+
+std::string fileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(GenFonts, RegeneratesTheCommittedTables) {
+    if (!exists(buildProgram("gen_fonts")) || !exists(console_font) || !exists(mono_font))
+        GTEST_SKIP() << "gen_fonts or its source fonts are not installed here";
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.file("display").c_str(), 0755), 0);
+    RunResult r = runProgram({buildProgram("gen_fonts"), dir.path, console_font, mono_font});
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char* name : {"display/font8.cpp", "display/font15x24.cpp"}) {
+        std::string made = fileText(dir.file(name));
+        EXPECT_FALSE(made.empty()) << name;
+        EXPECT_EQ(made, fileText(std::string(SLIDES_SOURCE_DIR) + "/" + name)) << name;
+    }
+}
+
+TEST(GenFonts, RejectsAFileThatIsNoConsoleFont) {
+    if (!exists(buildProgram("gen_fonts"))) GTEST_SKIP() << "gen_fonts is not built here";
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.file("display").c_str(), 0755), 0);
+    std::string bogus = dir.file("bogus.psf");
+    std::ofstream(bogus) << "not a font at all";
+    RunResult r = runProgram({buildProgram("gen_fonts"), dir.path, bogus, mono_font});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("ERROR! "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("is not a PSF console font"), std::string::npos) << r.err;
+    EXPECT_FALSE(exists(dir.file("display/font8.cpp")));
+}
+
+TEST(GenFonts, RejectsAConsoleFontCutShort) {
+    if (!exists(buildProgram("gen_fonts"))) GTEST_SKIP() << "gen_fonts is not built here";
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.file("display").c_str(), 0755), 0);
+    std::string cut = dir.file("cut.psf");
+    std::ofstream(cut, std::ios::binary) << std::string("\x36\x04\x02\x08", 4) << std::string(100, '\x7E');
+    RunResult r = runProgram({buildProgram("gen_fonts"), dir.path, cut, mono_font});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("is cut short"), std::string::npos) << r.err;
 }
 
 }  // namespace

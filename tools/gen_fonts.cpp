@@ -204,6 +204,8 @@ struct Rasteriser {
             fail("Cannot render character %u", c);
         const FT_GlyphSlot slot = face->glyph;
         const FT_Bitmap& bm = slot->bitmap;
+        if (bm.rows && (bm.pixel_mode != FT_PIXEL_MODE_MONO || bm.pitch <= 0))
+            fail("FreeType gave no top-down bilevel bitmap for character %u", c);
         int advance = slot->advance.x >> 6;
         int left = slot->bitmap_left + (big_width - advance) / 2;
         int top = baseline - slot->bitmap_top;
