@@ -16,6 +16,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "display/win.h"
+
 static const int FIRST_DISPLAY = 90;
 static const int DISPLAY_TRIES = 60;
 static const int START_TIMEOUT_MS = 15000;
@@ -150,14 +152,14 @@ static RunResult collect(pid_t pid, const TempDir& io) {
     return r;
 }
 
-RunResult XServer::runChild(const std::function<void()>& body) const {
+RunResult runChild(const std::string& display_name, const std::function<void()>& body) {
     TempDir io;
     fflush(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
         redirect(1, io.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC);
         redirect(2, io.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC);
-        useInThisProcess();
+        setenv("DISPLAY", display_name.c_str(), 1);
         body();
         fflush(nullptr);
         _exit(0);
@@ -274,4 +276,31 @@ bool waitQueued(Display* d, int count, int timeout_ms) {
             return XEventsQueued(d, QueuedAlready) >= count;
         },
         timeout_ms);
+}
+
+static const char* TEST_TITLE = "display test window";
+
+static void drainEvents() {
+    int code, x, y;
+    XSync(display, False);
+    while (peekEvent(&code, &x, &y)) skipEvent();
+}
+
+Display* openTestWindow(const XServer& x, int width, int height) {
+    x.useInThisProcess();
+    openWin((unsigned)width, (unsigned)height, TEST_TITLE);
+    Display* look = x.connect();
+    if (!look || waitForWindow(look, TEST_TITLE, 5000) != window) {
+        closeTestWindow(look);
+        return nullptr;
+    }
+    XSetInputFocus(look, window, RevertToPointerRoot, CurrentTime);
+    XSync(look, False);
+    drainEvents();
+    return look;
+}
+
+void closeTestWindow(Display* look) {
+    closeWin();
+    if (look) XCloseDisplay(look);
 }

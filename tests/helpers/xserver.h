@@ -23,6 +23,10 @@
 
 #include "run.h"
 
+// Forks, sets DISPLAY to display_name, runs body in the child and collects what it printed
+// and its status (0 when body returns).
+RunResult runChild(const std::string& display_name, const std::function<void()>& body);
+
 class XServer {
 public:
     explicit XServer(int depth = 24, int width = 1280, int height = 1024);
@@ -39,9 +43,8 @@ public:
 
     // Runs a program with DISPLAY set to this server.
     RunResult run(const std::vector<std::string>& argv, const std::string& cwd = "") const;
-    // Forks, sets DISPLAY, runs body in the child and collects what it printed and its status
-    // (0 when body returns).
-    RunResult runChild(const std::function<void()>& body) const;
+    // runChild (below) on this server.
+    RunResult runChild(const std::function<void()>& body) const { return ::runChild(name(), body); }
     // Runs xdotool with these arguments on this server and waits for it.
     RunResult xdotool(const std::vector<std::string>& args) const;
     // Starts xdotool without waiting (its own "sleep S" command can delay the input);
@@ -77,3 +80,9 @@ Window findWindow(Display* d, const std::string& title);
 Window waitForWindow(Display* d, const std::string& title, int timeout_ms);
 // Polls until the connection holds at least count queued events; false after timeout_ms.
 bool waitQueued(Display* d, int count, int timeout_ms);
+
+// The display layer's window opened in this process on server x: waits until it is viewable,
+// gives it the input focus and handles the events of its mapping. Returns a second connection
+// for looking and poking, or null on failure; closeTestWindow closes both.
+Display* openTestWindow(const XServer& x, int width, int height);
+void closeTestWindow(Display* look);
