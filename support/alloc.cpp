@@ -6,6 +6,10 @@
 static const unsigned POOL_CLASSES = 32;
 static const unsigned CHUNK_UNITS = 10000;
 
+// A free block holds the link to the next one in its first bytes, so every block carved from a
+// chunk has room for a pointer; the 1..4-byte class therefore takes 8 bytes on 64-bit systems.
+static const unsigned MIN_UNITS = sizeof(void*) / sizeof(unsigned);
+
 static inline unsigned sizeClass(unsigned size) { return ((size + 3) >> 2) - 1; }
 
 static inline void pushFree(unsigned k, char* ptr) {
@@ -26,7 +30,7 @@ char* smart_realloc(char* ptr, unsigned old_size, unsigned new_size) {
             block = (char*)vec_mempool->free_lists[k];
             vec_mempool->free_lists[k] = *(void**)block;
         } else {
-            block = (char*)vec_mempool->chunks.alloc(units);
+            block = (char*)vec_mempool->chunks.alloc(units > MIN_UNITS ? units : MIN_UNITS);
         }
         if (ptr) memcpy(block, ptr, old_size < new_size ? old_size : new_size);
     }

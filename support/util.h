@@ -8,6 +8,9 @@
 char* vnsprintf(const char* fmt, va_list args);
 char* nsprintf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 char* strnum(int n);
+// Writes n in decimal (with '-' when negative, the most negative int included) into the end of
+// room and returns where the text starts.
+const char* decimalText(int n, char (&room)[12]);
 void splitString(const char* text, const char* delims, vec<char*>& out);
 char* setExtension(const char* name, const char* ext);
 bool checkExtension(const char* name, const char* ext);
@@ -17,6 +20,9 @@ char* readFile(FILE* in, unsigned* size);
 char* readFile(const char* path, unsigned* size);
 void writeFile(const char* path, const char* data, unsigned n);
 int fileSize(const char* path);
+// open64 flags for a stdio-like mode: '+' read-write, else 'r' read-only, else write-only;
+// O_CREAT without 'r', O_TRUNC with 'w', O_EXCL with 'x'. The letters combine independently.
+int openFlags(const char* mode);
 int openFd(const char* path, const char* mode);
 int memReadStat(int field);
 long long memUsed();

@@ -67,3 +67,30 @@ TEST(StackAlloc, ShortChunkIsAbandoned) {
     EXPECT_EQ(s.used, 8u);
     EXPECT_EQ(s.prev->data, old);
 }
+
+TEST(SmartRealloc, FreeingTinyBlocksLeavesTheirNeighboursIntact) {
+    char* blocks[64];
+    for (int i = 0; i < 64; i++) {
+        blocks[i] = smart_realloc(nullptr, 0, 4);
+        for (int j = 0; j < 4; j++) blocks[i][j] = (char)(i + j);
+    }
+    for (int i = 0; i < 64; i += 2) smart_free(blocks[i], 4);
+    for (int i = 1; i < 64; i += 2)
+        for (int j = 0; j < 4; j++) EXPECT_EQ(blocks[i][j], (char)(i + j)) << i;
+    for (int i = 1; i < 64; i += 2) smart_free(blocks[i], 3);
+}
+
+TEST(SmartRealloc, OnlyBlocksUpTo128BytesArePooled) {
+    char* pooled = smart_realloc(nullptr, 0, 128);  // no 128-byte block was freed before: carved fresh
+    char* large = smart_realloc(nullptr, 0, 129);
+    auto inChunk = [](char* p) {
+        char* chunk = (char*)vec_mempool->chunks.data;
+        return p >= chunk && p < chunk + 40000;
+    };
+    EXPECT_TRUE(inChunk(pooled));
+    EXPECT_FALSE(inChunk(large));
+    smart_free(pooled, 128);
+    EXPECT_EQ(smart_realloc(nullptr, 0, 125), pooled);  // 125..128 bytes share the class
+    smart_free(pooled, 128);
+    smart_free(large, 129);
+}
