@@ -1,0 +1,261 @@
+// The compact screen image: palette order, indices, the full-colour form and reading pixels back.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <unordered_map>
+#include <vector>
+
+#include "app/image.h"
+
+namespace {
+
+// A bitmap owning width * height pixels, all set to fill.
+void makeBitmap(Bitmap& b, int width, int height, Color fill = Color{0, 0, 0, 0}) {
+    b.clear();
+    b.width = width;
+    b.height = height;
+    size_t n = (size_t)width * height;
+    b.data = (Color*)malloc((n ? n : 1) * sizeof(Color));
+    for (size_t i = 0; i < n; i++) b.data[i] = fill;
+}
+
+// A colour that is different for every i below 2^24.
+Color distinctColor(uint32_t i) { return Color{(unsigned char)i, (unsigned char)(i >> 8), (unsigned char)(i >> 16), 0}; }
+
+// An image released at the end of the test.
+struct MadeImage {
+    Image image;
+    explicit MadeImage(Bitmap& b) { makeImage(b, image); }
+    ~MadeImage() { releaseImage(image); }
+};
+
+std::vector<Color> allPixels(const Image& image) {
+    std::vector<Color> out(imagePixelCount(image));
+    copyPixels(image, 0, (int)out.size(), out.data());
+    return out;
+}
+
+// Palette in order of first appearance and the index of every pixel, the simple way.
+struct Reference {
+    std::vector<Color> palette;
+    std::vector<uint16_t> indices;
+    explicit Reference(const Bitmap& b) {
+        std::unordered_map<uint32_t, uint16_t> seen;
+        for (int i = 0; i < b.width * b.height; i++) {
+            Color c = b.data[i];
+            auto it = seen.find(colorKey(c));
+            if (it == seen.end()) {
+                it = seen.emplace(colorKey(c), (uint16_t)palette.size()).first;
+                palette.push_back(c);
+            }
+            indices.push_back(it->second);
+        }
+    }
+};
+
+void expectIndexed(const Image& image, const Reference& ref) {
+    ASSERT_EQ(image.palette.count, ref.palette.size());
+    ASSERT_EQ(image.pixels.count, ref.indices.size());
+    for (size_t i = 0; i < ref.palette.size(); i++) ASSERT_EQ(image.palette.data[i], ref.palette[i]) << i;
+    for (size_t i = 0; i < ref.indices.size(); i++) ASSERT_EQ(image.pixels.data[i], ref.indices[i]) << i;
+    EXPECT_EQ(image.colors.count, 0u);
+    EXPECT_EQ(image.colors.data, nullptr);
+}
+
+const Color white = {255, 255, 255, 0};
+const Color black = {0, 0, 0, 0};
+
+TEST(Image, EmptyImageHasNoArrays) {
+    Image image;
+    EXPECT_EQ(image.palette.data, nullptr);
+    EXPECT_EQ(image.palette.count, 0x7FFFFFFFu);
+    EXPECT_EQ(image.palette.owned, 0u);
+    EXPECT_EQ(image.pixels.data, nullptr);
+    EXPECT_EQ(image.pixels.count, 0x7FFFFFFFu);
+    EXPECT_EQ(image.pixels.owned, 0u);
+    EXPECT_EQ(imagePixelCount(image), 0);
+    Color out = white;
+    copyPixels(image, 0, 1, &out);
+    EXPECT_EQ(out, white);
+    EXPECT_EQ(sizeof(Array<Color>), sizeof(Color*) + 8);  // pointer, then count and flag in one word
+}
+
+TEST(Image, OneColour) {
+    Bitmap b;
+    makeBitmap(b, 7, 5, Color{10, 20, 30, 0});
+    MadeImage m(b);
+    EXPECT_EQ(m.image.width, 7);
+    EXPECT_EQ(m.image.height, 5);
+    ASSERT_EQ(m.image.palette.count, 1u);
+    EXPECT_EQ(m.image.palette.data[0], (Color{10, 20, 30, 0}));
+    ASSERT_EQ(m.image.pixels.count, 35u);
+    for (int i = 0; i < 35; i++) EXPECT_EQ(m.image.pixels.data[i], 0);
+    EXPECT_EQ(m.image.palette.owned, 1u);
+    EXPECT_EQ(m.image.pixels.owned, 1u);
+    EXPECT_EQ(imagePixelCount(m.image), 35);
+}
+
+TEST(Image, FirstRowWhiteThenBlack) {
+    Bitmap b;
+    makeBitmap(b, 4, 3, black);
+    for (int x = 0; x < 4; x++) b.at(x, 0) = white;
+    MadeImage m(b);
+    ASSERT_EQ(m.image.palette.count, 2u);
+    EXPECT_EQ(m.image.palette.data[0], white);
+    EXPECT_EQ(m.image.palette.data[1], black);
+    for (int i = 0; i < 12; i++) EXPECT_EQ(m.image.pixels.data[i], i < 4 ? 0 : 1);
+}
+
+TEST(Image, SeeThroughIsAnOrdinaryColour) {
+    Bitmap b;
+    makeBitmap(b, 3, 1, black);
+    b.at(1, 0) = color_SeeThrough;
+    MadeImage m(b);
+    ASSERT_EQ(m.image.palette.count, 2u);
+    EXPECT_EQ(m.image.palette.data[1], color_SeeThrough);
+    EXPECT_EQ(m.image.pixels.data[0], 0);
+    EXPECT_EQ(m.image.pixels.data[1], 1);
+    EXPECT_EQ(m.image.pixels.data[2], 0);
+}
+
+TEST(Image, ColoursDifferingInOneByteAreDistinct) {
+    Bitmap b;
+    makeBitmap(b, 5, 1);
+    b.data[1] = Color{1, 0, 0, 0};
+    b.data[2] = Color{0, 1, 0, 0};
+    b.data[3] = Color{0, 0, 1, 0};
+    b.data[4] = Color{0, 0, 0, 1};
+    MadeImage m(b);
+    EXPECT_EQ(m.image.palette.count, 5u);
+    for (int i = 0; i < 5; i++) EXPECT_EQ(m.image.pixels.data[i], i);
+}
+
+TEST(Image, EmptyBitmaps) {
+    for (int w : {0, 4}) {
+        Bitmap b;
+        makeBitmap(b, w, w ? 0 : 6);
+        MadeImage m(b);
+        EXPECT_EQ(m.image.width, w);
+        EXPECT_EQ(m.image.palette.count, 0u);
+        EXPECT_EQ(m.image.pixels.count, 0u);
+        EXPECT_EQ(m.image.palette.owned, 1u);
+        EXPECT_EQ(m.image.pixels.owned, 1u);
+        EXPECT_EQ(m.image.colors.count, 0u);
+        EXPECT_EQ(imagePixelCount(m.image), 0);
+    }
+}
+
+TEST(Image, NegativeSizeHoldsNoPixels) {
+    Bitmap b;
+    makeBitmap(b, 2, 2);
+    b.height = -2;
+    MadeImage m(b);
+    EXPECT_EQ(imagePixelCount(m.image), 0);
+    EXPECT_EQ(m.image.palette.count, 0u);
+}
+
+TEST(Image, OverwritesWhatTheImageHeld) {
+    Bitmap a, b;
+    makeBitmap(a, 2, 2, white);
+    makeBitmap(b, 3, 1, black);
+    b.data[2] = white;
+    Image image;
+    makeImage(a, image);
+    releaseImage(image);
+    makeImage(b, image);
+    EXPECT_EQ(image.width, 3);
+    ASSERT_EQ(image.palette.count, 2u);
+    EXPECT_EQ(image.palette.data[0], black);
+    releaseImage(image);
+    EXPECT_EQ(image.pixels.data, nullptr);
+    EXPECT_EQ(image.pixels.owned, 0u);
+    EXPECT_EQ(imagePixelCount(image), 0);
+}
+
+TEST(Image, MatchesReferenceOnRandomBitmaps) {
+    for (unsigned seed = 1; seed <= 60; seed++) {
+        std::mt19937 rng(seed);
+        int w = 1 + rng() % 120, h = 1 + rng() % 90;
+        int colours = 1 + rng() % (seed % 3 == 0 ? 5000 : 40);
+        std::vector<Color> choices(colours);
+        for (Color& c : choices) c = Color{(unsigned char)rng(), (unsigned char)rng(), (unsigned char)rng(),
+                                           (unsigned char)(rng() % 4 == 0 ? rng() : 0)};
+        Bitmap b;
+        makeBitmap(b, w, h);
+        // runs of one colour, as on real screens, mixed with single pixels
+        for (int i = 0; i < w * h;) {
+            Color c = choices[rng() % colours];
+            for (int run = 1 + rng() % 12; run > 0 && i < w * h; run--) b.data[i++] = c;
+        }
+        MadeImage m(b);
+        SCOPED_TRACE(seed);
+        Reference ref(b);
+        expectIndexed(m.image, ref);
+        EXPECT_EQ(m.image.palette.data[0], b.data[0]);
+        std::vector<Color> back = allPixels(m.image);
+        for (int i = 0; i < w * h; i++) ASSERT_EQ(back[i], b.data[i]) << i;
+    }
+}
+
+TEST(Image, ExactlyMaxIndexedColoursStayIndexed) {
+    Bitmap b;
+    makeBitmap(b, 300, 300);
+    for (int i = 0; i < 300 * 300; i++) b.data[i] = distinctColor(i < 65535 ? i : i % 1000);
+    MadeImage m(b);
+    Reference ref(b);
+    ASSERT_EQ(ref.palette.size(), 65535u);
+    expectIndexed(m.image, ref);
+    EXPECT_EQ(m.image.pixels.data[65534], 65534);
+    EXPECT_EQ(imagePixelCount(m.image), 90000);
+}
+
+TEST(Image, MoreColoursKeepEveryPixel) {
+    Bitmap b;
+    makeBitmap(b, 300, 300);
+    for (int i = 0; i < 300 * 300; i++) b.data[i] = distinctColor((i * 40503u) & 0xFFFFFF);
+    MadeImage m(b);
+    EXPECT_EQ(m.image.width, 300);
+    EXPECT_EQ(m.image.height, 300);
+    EXPECT_EQ(m.image.palette.count, 0u);
+    EXPECT_EQ(m.image.palette.data, nullptr);
+    EXPECT_EQ(m.image.pixels.count, 0u);
+    EXPECT_EQ(m.image.pixels.data, nullptr);
+    ASSERT_EQ(m.image.colors.count, 90000u);
+    EXPECT_EQ(m.image.colors.owned, 1u);
+    EXPECT_EQ(imagePixelCount(m.image), 90000);
+    for (int i = 0; i < 90000; i++) ASSERT_EQ(m.image.colors.data[i], b.data[i]) << i;
+    std::vector<Color> back = allPixels(m.image);
+    for (int i = 0; i < 90000; i++) ASSERT_EQ(back[i], b.data[i]) << i;
+}
+
+TEST(Image, TheNewColourPastTheLimitSwitchesToFullColour) {
+    Bitmap b;
+    makeBitmap(b, 256, 257);
+    int n = 256 * 257;
+    for (int i = 0; i < n; i++) b.data[i] = distinctColor(i % 65535);
+    b.data[n - 1] = Color{1, 2, 3, 4};  // the 65536th colour, on the very last pixel
+    MadeImage m(b);
+    ASSERT_EQ(m.image.colors.count, (unsigned)n);
+    EXPECT_EQ(m.image.colors.data[n - 1], (Color{1, 2, 3, 4}));
+    EXPECT_EQ(m.image.colors.data[65535], distinctColor(0));
+}
+
+TEST(Image, CopyPixelsRanges) {
+    Bitmap b;
+    makeBitmap(b, 10, 10);
+    for (int i = 0; i < 100; i++) b.data[i] = distinctColor(i % 7);
+    MadeImage m(b);
+    Color out[12];
+    for (Color& c : out) c = white;
+    copyPixels(m.image, 95, 5, out);
+    for (int i = 0; i < 5; i++) EXPECT_EQ(out[i], distinctColor((95 + i) % 7));
+    EXPECT_EQ(out[5], white);
+    for (Color& c : out) c = white;
+    copyPixels(m.image, 95, 6, out);   // runs past the end
+    copyPixels(m.image, -1, 2, out);   // starts before the start
+    copyPixels(m.image, 3, 0, out);    // nothing asked
+    for (Color& c : out) EXPECT_EQ(c, white);
+}
+
+}  // namespace
