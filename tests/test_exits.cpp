@@ -146,3 +146,29 @@ TEST(ExitFunctions, RegistrationFillsTheSelectedLists) {
     });
     EXPECT_EQ(e.out, "2 1 1\n");
 }
+
+static void sayLate() { printf("late\n"); }
+static void addLate() {
+    printf("adding\n");
+    atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)sayLate}, nullptr);
+}
+
+TEST(ExitFunctions, EntriesAddedWhileRunningRunToo) {
+    Ending e = inChild([] {
+        atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)addLate}, nullptr);
+        raise(SIGINT);
+    });
+    EXPECT_EQ(e.out, "\n*** INTERRUPTED *** [signal 2]\nadding\nlate\n");
+    EXPECT_TRUE(exitedWith(e, 255));
+}
+
+static void interruptAgain() { raise(SIGINT); }
+
+TEST(ExitFunctions, ASecondInterruptGetsTheDefaultAction) {
+    Ending e = inChild([] {
+        atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)interruptAgain}, nullptr);
+        raise(SIGHUP);
+    });
+    EXPECT_EQ(e.out, "\n*** INTERRUPTED *** [signal 1]\n");
+    EXPECT_TRUE(diedOf(e, SIGINT)) << e.status;
+}
