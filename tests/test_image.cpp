@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <unordered_map>
 #include <vector>
 
 #include "app/image.h"
+#include "helpers/run.h"
+#include "png/png.h"
 
 namespace {
 
@@ -256,6 +259,30 @@ TEST(Image, CopyPixelsRanges) {
     copyPixels(m.image, -1, 2, out);   // starts before the start
     copyPixels(m.image, 3, 0, out);    // nothing asked
     for (Color& c : out) EXPECT_EQ(c, white);
+}
+
+TEST(Image, CorpusPagesRoundTrip) {
+    std::string corpus = corpusDir();
+    if (corpus.empty()) GTEST_SKIP() << "slide corpus not found beside the source folder";
+    int pages = 0;
+    for (const char* deck : {"conference-talk", "metropolis"}) {
+        for (int page = 1;; page++) {
+            char name[32];
+            snprintf(name, sizeof name, "/page_%03d.png", page);
+            std::string path = corpus + "/" + deck + name;
+            Bitmap b;
+            if (!readPng(path.c_str(), b)) break;
+            SCOPED_TRACE(path);
+            MadeImage m(b);
+            int n = b.width * b.height;
+            ASSERT_EQ(imagePixelCount(m.image), n);
+            if (!m.image.colors.data) expectIndexed(m.image, Reference(b));
+            std::vector<Color> back = allPixels(m.image);
+            ASSERT_EQ(memcmp(back.data(), b.data, n * sizeof(Color)), 0);
+            pages++;
+        }
+    }
+    EXPECT_GT(pages, 0);
 }
 
 }  // namespace
