@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "codec/bitmap.h"
+#include "support/alloc.h"
 
 // A fixed-size array: elements, a 31-bit count and an ownership flag in one word.
 template <class T>

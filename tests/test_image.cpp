@@ -61,7 +61,10 @@ void expectIndexed(const Image& image, const Reference& ref) {
     ASSERT_EQ(image.palette.count, ref.palette.size());
     ASSERT_EQ(image.pixels.count, ref.indices.size());
     for (size_t i = 0; i < ref.palette.size(); i++) ASSERT_EQ(image.palette.data[i], ref.palette[i]) << i;
-    for (size_t i = 0; i < ref.indices.size(); i++) ASSERT_EQ(image.pixels.data[i], ref.indices[i]) << i;
+    for (size_t i = 0; i < ref.indices.size(); i++) {
+        ASSERT_LT(image.pixels.data[i], image.palette.count) << i;
+        ASSERT_EQ(image.pixels.data[i], ref.indices[i]) << i;
+    }
     EXPECT_EQ(image.colors.count, 0u);
     EXPECT_EQ(image.colors.data, nullptr);
 }
@@ -156,6 +159,18 @@ TEST(Image, NegativeSizeHoldsNoPixels) {
     MadeImage m(b);
     EXPECT_EQ(imagePixelCount(m.image), 0);
     EXPECT_EQ(m.image.palette.count, 0u);
+}
+
+TEST(Image, SizeBeyondAnArrayIsRejected) {
+    Bitmap b;
+    makeBitmap(b, 1, 1);
+    b.width = 1 << 15;
+    b.height = 1 << 15;  // 2^30 pixels: more than a 31-bit count of 4-byte colours can address
+    Image image;
+    EXPECT_THROW(makeImage(b, image), Exception_MemOut);
+    EXPECT_EQ(image.pixels.owned, 0u);
+    b.width = 1;
+    b.height = 1;
 }
 
 TEST(Image, OverwritesWhatTheImageHeld) {
