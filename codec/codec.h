@@ -14,7 +14,8 @@ const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned 
 const char* decompress(Bitmap& bitmap, vec<unsigned char>& buffer);
 
 // The same when the stream's length is unknown: it trusts its input and is bounded only by the
-// address space, so use it only on streams this program wrote itself.
+// address space, so use it only on streams this program wrote itself. It reads no byte past
+// the one holding the stream's last bit, and is slower for that.
 const char* decompress(Bitmap& bitmap, unsigned char*& in);
 
 // Appends the stream of bitmap to out. raw codes every pixel in row order instead of the region

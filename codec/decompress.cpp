@@ -52,6 +52,7 @@ struct Decoder {
     int tableBits = 0;
     Color* pixels = nullptr;
     int width = 0;
+    bool lookahead = true;  // whether bits past the stream's last one may be peeked at
     const char* error = nullptr;
 
     Decoder(BitReader reader, const vec<Pair<int, int> >& t, const vec<Color>& c)
@@ -68,6 +69,7 @@ struct Decoder {
     // An empty tree is the one-colour stream: symbol 0, no bits.
     Color readColour() {
         if (tableBits == 0) return colours[0];
+        if (!lookahead) return colours[walk(tree.size - 1)];
         TableEntry e = table[(int)(in.peek() & ((1u << tableBits) - 1))];
         in.pos += e.bits;
         return colours[e.ref < 0 ? ~e.ref : walk(e.ref)];
@@ -192,9 +194,7 @@ const char* fail(Bitmap& bitmap, Color* pixels, const char* error) {
     return error;
 }
 
-}  // namespace
-
-const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned char* end) {
+const char* decode(Bitmap& bitmap, const unsigned char*& in, const unsigned char* end, bool lookahead) {
     ByteReader r{in, end};
     Header h;
     vec<Color> colours;
@@ -207,6 +207,7 @@ const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned 
     vec<Pair<int, int> > tree;
     computeHuffcodes(freqs, codes, tree);
     Decoder d(BitReader{r.p, (size_t)(r.end - r.p)}, tree, colours);
+    d.lookahead = lookahead;
     buildTable(d, codes);
 
     int width = (int)h.width, height = (int)h.height;
@@ -223,16 +224,23 @@ const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned 
     return nullptr;
 }
 
+}  // namespace
+
+const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned char* end) {
+    return decode(bitmap, in, end, true);
+}
+
 const char* decompress(Bitmap& bitmap, vec<unsigned char>& buffer) {
     const unsigned char* in = buffer.data;
     return decompress(bitmap, in, buffer.data + buffer.size);
 }
 
 const char* decompress(Bitmap& bitmap, unsigned char*& in) {
-    // No length known: allow the stream to run to the top of the address space.
+    // No length known: allow the stream to run to the top of the address space, and read
+    // bit by bit so that no byte past the stream's last bit is touched.
     const unsigned char* start = in;
     const unsigned char* end = start + ((uintptr_t)-1 - (uintptr_t)start) / 2;
-    const char* error = decompress(bitmap, start, end);
+    const char* error = decode(bitmap, start, end, false);
     if (!error) in = const_cast<unsigned char*>(start);
     return error;
 }
