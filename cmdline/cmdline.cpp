@@ -72,33 +72,23 @@ static char* numberEnd(char* p) {
     return endsListItem(*q) ? q : nullptr;
 }
 
-static bool parseList(char*& p, Value& out) {
+static Value listValue(vec<Value>* list) {
+    Value v;
+    v.type = List;
+    v.list = list;
+    return v;
+}
+
+// Opens a list at the '[' under p.
+static vec<Value>* openList(char*& p) {
     vec<Value>* list = new vec<Value>;
     free_list.push(list);
     p++;
-    for (;;) {
-        if (*p == ']') {
-            *p++ = 0;
-            out.type = List;
-            out.list = list;
-            return true;
-        }
-        if (*p == ';') *p++ = 0;
-        // parse into a local: the recursion may grow this very list's storage
-        Value item;
-        if (!parseValue(p, item))
-            fail("ERROR! Unterminated list; missing ']'. Did you forget to use quotes or commas?\n");
-        list->push(item);
-    }
+    return list;
 }
 
-bool parseValue(char*& p, Value& out) {
-    skipSeparators(p);
-    if (*p == 0) {
-        out = Value_NULL;
-        return false;
-    }
-    if (*p == '[') return parseList(p, out);
+// A number or a text token at p (not at NUL, not at '[').
+static void parseScalar(char*& p, Value& out) {
     if (char* end = numberEnd(p)) {
         char kept = *end;
         *end = 0;
@@ -112,6 +102,48 @@ bool parseValue(char*& p, Value& out) {
         while (!endsListItem(*p)) p++;
     }
     skipSeparators(p);
+}
+
+// Parses the list whose '[' is under p, nested lists included. The lists still open are kept
+// on an explicit stack, so that no nesting depth can exhaust the call stack.
+static void parseList(char*& p, Value& out) {
+    vec<vec<Value>*> open;
+    open.push(openList(p));
+    for (;;) {
+        vec<Value>* list = open.last();
+        if (*p == ']') {
+            *p++ = 0;
+            open.size--;
+            if (open.size == 0) {
+                out = listValue(list);
+                return;
+            }
+            open.last()->push(listValue(list));
+            continue;
+        }
+        if (*p == ';') *p++ = 0;
+        skipSeparators(p);
+        if (*p == 0) fail("ERROR! Unterminated list; missing ']'. Did you forget to use quotes or commas?\n");
+        if (*p == '[') {
+            open.push(openList(p));
+            continue;
+        }
+        Value item;
+        parseScalar(p, item);
+        list->push(item);
+    }
+}
+
+bool parseValue(char*& p, Value& out) {
+    skipSeparators(p);
+    if (*p == 0) {
+        out = Value_NULL;
+        return false;
+    }
+    if (*p == '[')
+        parseList(p, out);
+    else
+        parseScalar(p, out);
     return true;
 }
 

@@ -229,6 +229,27 @@ TEST_F(CmdLineTest, ManyListElements) {
     for (int i = 0; i < 50; i++) EXPECT_EQ((*v.list)[i].num, i);
 }
 
+TEST_F(CmdLineTest, DeepNestingParses) {
+    const int depth = 200000;
+    std::string text = std::string(depth, '[') + "7" + std::string(depth, ']');
+    parse({text.c_str()});
+    Value v = getArg(0);
+    for (int level = 0; level < depth; level++) {
+        ASSERT_EQ(v.type, List);
+        ASSERT_EQ(v.list->size, 1);
+        v = (*v.list)[0];
+    }
+    EXPECT_EQ(v.type, Num);
+    EXPECT_EQ(v.num, 7.0);
+    EXPECT_EQ(free_list.size, depth);
+}
+
+TEST_F(CmdLineTest, DeepUnterminatedNestingExits) {
+    std::string text = std::string(200000, '[') + "1;2" + std::string(1000, ']');
+    EXPECT_CMDLINE_ERROR(parse({text.c_str()}),
+                         "ERROR! Unterminated list; missing ']'. Did you forget to use quotes or commas?\n");
+}
+
 TEST_F(CmdLineTest, ParseValueReportsEnd) {
     char text[] = " ,\t";
     char* p = text;
