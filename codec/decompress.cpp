@@ -18,7 +18,7 @@ struct BitReader {
     unsigned long long pos = 0;
 
     // The next 57 or more bits, lowest first.
-    uint64_t peek() const {
+    __attribute__((always_inline)) uint64_t peek() const {
         size_t i = (size_t)(pos >> 3);
         uint64_t word = 0;
         if (i + 8 <= length)
@@ -38,8 +38,10 @@ struct BitReader {
     bool overrun() const { return pos > (unsigned long long)length * 8; }
 };
 
-// One look-up entry: after `bits` bits, a leaf (ref < 0, symbol ~ref) or the node to go on from.
+// One look-up entry: after `bits` bits, a leaf (ref < 0, its colour at hand) or the node to go
+// on from.
 struct TableEntry {
+    Color colour;
     int ref;
     int bits;
 };
@@ -58,7 +60,7 @@ struct Decoder {
     Decoder(BitReader reader, const vec<Pair<int, int> >& t, const vec<Color>& c)
         : in(reader), tree(t), colours(c) {}
 
-    int walk(int ref) {
+    __attribute__((noinline)) int walk(int ref) {
         while (ref >= 0) {
             if (in.overrun()) return 0;
             ref = in.readBit() ? tree[ref].second : tree[ref].first;
@@ -66,13 +68,13 @@ struct Decoder {
         return ~ref;
     }
 
-    // An empty tree is the one-colour stream: symbol 0, no bits.
-    Color readColour() {
+    // An empty tree is the one-colour stream: symbol 0, no bits. Inlined: it is the hot path.
+    __attribute__((always_inline)) Color readColour() {
         if (tableBits == 0) return colours[0];
         if (!lookahead) return colours[walk(tree.size - 1)];
         TableEntry e = table[(int)(in.peek() & ((1u << tableBits) - 1))];
         in.pos += e.bits;
-        return colours[e.ref < 0 ? ~e.ref : walk(e.ref)];
+        return e.ref < 0 ? e.colour : colours[walk(e.ref)];
     }
 
     bool cutShort() {
@@ -145,8 +147,9 @@ void buildTable(Decoder& d, const vec<Huff>& codes) {
     while (stack.size > 0) {
         Pending p = stack[--stack.size];
         if (p.ref < 0 || p.depth == d.tableBits) {
+            Color leaf = p.ref < 0 ? d.colours[~p.ref] : color_SeeThrough;
             for (unsigned high = 0; high < (1u << (d.tableBits - p.depth)); high++)
-                d.table[(int)(p.code | high << p.depth)] = TableEntry{p.ref, p.depth};
+                d.table[(int)(p.code | high << p.depth)] = TableEntry{leaf, p.ref, p.depth};
             continue;
         }
         stack.push(Pending{d.tree[p.ref].first, p.depth + 1, p.code});
