@@ -2,13 +2,15 @@
 
 #include <cstring>
 
-
 static const unsigned POOL_CLASSES = 32;
 static const unsigned CHUNK_UNITS = 10000;
 
-// A free block holds the link to the next one in its first bytes, so every block carved from a
-// chunk has room for a pointer; the 1..4-byte class therefore takes 8 bytes on 64-bit systems.
-static const unsigned MIN_UNITS = sizeof(void*) / sizeof(unsigned);
+// A free block holds the link to the next one in its first bytes, and blocks hold pointers and
+// doubles: every block carved from a chunk is rounded up to whole pointers, which keeps them all
+// pointer-aligned (the 1..4-byte class takes 8 bytes on 64-bit systems).
+static const unsigned PTR_UNITS = sizeof(void*) / sizeof(unsigned);
+
+static inline unsigned carvedUnits(unsigned units) { return (units + PTR_UNITS - 1) / PTR_UNITS * PTR_UNITS; }
 
 static inline unsigned sizeClass(unsigned size) { return ((size + 3) >> 2) - 1; }
 
@@ -30,7 +32,7 @@ char* smart_realloc(char* ptr, unsigned old_size, unsigned new_size) {
             block = (char*)vec_mempool->free_lists[k];
             vec_mempool->free_lists[k] = *(void**)block;
         } else {
-            block = (char*)vec_mempool->chunks.alloc(units > MIN_UNITS ? units : MIN_UNITS);
+            block = (char*)vec_mempool->chunks.alloc(carvedUnits(units));
         }
         if (ptr) memcpy(block, ptr, old_size < new_size ? old_size : new_size);
     }

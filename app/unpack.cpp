@@ -1,0 +1,102 @@
+#include "app/unpack.h"
+
+#include "codec/codec.h"
+#include "png/png.h"
+#include "support/util.h"
+
+bool debug = false;
+
+static const int DEBUG_SCREENS = 20;
+
+static void releaseAll(vec<Bitmap>& bitmaps) {
+    for (int i = 0; i < bitmaps.size; i++) bitmaps[i].clear();
+    bitmaps.release();
+}
+
+// Replaces every see-through pixel of the screen by the pixel at the same place of bg.
+static void composite(Bitmap& screen, const Bitmap& bg) {
+    for (int y = 0; y < screen.height; y++) {
+        Color* row = screen.data + (size_t)y * screen.width;
+        const Color* under = bg.data + (size_t)y * bg.width;
+        for (int x = 0; x < screen.width; x++)
+            if (isSeeThrough(row[x])) row[x] = under[x];
+    }
+}
+
+static const char* checkSizes(const Bitmap& screen, const Bitmap& under, int width, int height) {
+    if (screen.width != width || screen.height != height) return "Screens differ in size.";
+    if (under.width < screen.width || under.height < screen.height)
+        return "Background smaller than its screen.";
+    return nullptr;
+}
+
+// Writes screen i in the export modes; *slide counts the slides written so far.
+static const char* exportScreen(RunMode mode, const Show& show, int i, const Bitmap& screen, int* slide,
+                                char* name, size_t name_size) {
+    if (mode == RUN_PNG_SCREENS) {
+        snprintf(name, name_size, "screen_%.3d.png", i);
+    } else if (mode == RUN_PNG_SLIDES) {
+        bool ends_slide = i == show.flags.size - 1 || !show.flags[i + 1];
+        if (!ends_slide) return nullptr;
+        snprintf(name, name_size, "slide_%.2d.png", ++*slide);
+    } else {
+        return nullptr;
+    }
+    if (writePng(name, screen)) return nullptr;
+    static char message[96];
+    snprintf(message, sizeof message, "Could not write: %s", name);
+    return message;
+}
+
+const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress) {
+    const char* error = nullptr;
+    int nb = index.nb, ns = index.ns;
+
+    vec<Bitmap> backgrounds;
+    vec<Bitmap> screens;
+    backgrounds.resize(nb);
+    screens.resize(ns);
+    show.images.resize(ns);
+    show.flags.resize(ns);
+    for (int i = 0; i < ns; i++) show.flags[i] = index.flags[i];
+
+    vec<unsigned char> payload;
+    int selector = 0;
+    for (int i = 0; i < nb && !error; i++) {
+        error = readRecord(archive, index, i, &selector, payload);
+        if (progress) fprintf(progress, "** Decompressing background %d/%d\r", i + 1, nb), fflush(progress);
+        if (!error) error = decompress(backgrounds[i], payload);
+        payload.release();
+    }
+    if (progress) fputc('\n', progress);
+
+    int slide = 0, width = 0, height = 0;
+    char name[64];
+    for (int i = 0; i < ns && !error; i++) {
+        if (debug && i == DEBUG_SCREENS) break;
+        error = readRecord(archive, index, nb + i, &selector, payload);
+        if (error) break;
+        if (progress) fprintf(progress, "** Decompressing screen %d/%d\r", i, ns), fflush(progress);
+        error = decompress(screens[i], payload);
+        payload.release();
+        if (error) break;
+        if (selector == nb && i == 0) {
+            error = "The first screen cannot build on a previous one.";
+            break;
+        }
+        const Bitmap& under = selector == nb ? screens[i - 1] : backgrounds[selector];
+        if (i == 0) width = screens[0].width, height = screens[0].height;
+        error = checkSizes(screens[i], under, width, height);
+        if (error) break;
+        composite(screens[i], under);
+        error = exportScreen(mode, show, i, screens[i], &slide, name, sizeof name);
+        if (error) break;
+        makeImage(screens[i], show.images[i]);
+        if (i > 0) screens[i - 1].clear();
+    }
+    payload.release();
+    releaseAll(screens);
+    releaseAll(backgrounds);
+    if (progress) fputc('\n', progress);
+    return error;
+}

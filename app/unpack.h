@@ -1,0 +1,23 @@
+// Unpacking a slide archive into the compact images the viewer shows, with optional PNG export.
+#pragma once
+#include <cstdio>
+
+#include "app/archive.h"
+#include "app/image.h"
+
+// What a run does with the screens: view them, export every screen, or export the last screen of
+// every slide.
+enum RunMode { RUN_VIEW = 0, RUN_PNG_SCREENS = 1, RUN_PNG_SLIDES = 2 };
+
+extern bool debug;  // decode only the first 20 screens; print the transition speed probe
+
+struct Show {
+    vec<Image> images;
+    vec<bool> flags;
+};
+
+// Decodes every background and screen of the archive whose index has been read, composites each screen over its
+// background or the previous screen, exports PNG files in the export modes and converts every
+// screen into an Image. Progress lines go to `progress` (null: none). Returns null, or a
+// one-line description of what is wrong with the archive or the export.
+const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress);

@@ -1,0 +1,386 @@
+// End-to-end tests of view_slides and pack_slides on the real corpus and on hand-made archives.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "app/archive.h"
+#include "app/unpack.h"
+#include "codec/codec.h"
+#include "helpers/run.h"
+#include "png/png.h"
+
+namespace {
+
+const char* kBanner =
+    "===============================================================================\n"
+    "Now unpacking the slide show to memory. If you have less than 512 MB of RAM,\n"
+    "you might want to try:\n"
+    "\n"
+    "    -png-screens    -- Unpack all slides (including animations) to PNG files\n"
+    "    -png-slides     -- Unpack all slides (without animations) to PNG files\n"
+    "\n"
+    "You can then view the slides using your favorite image viewer.\n"
+    "\n"
+    "Keys to use within the viewer:\n"
+    "\n"
+    "    Space, BackSpace -- Move through slides with animations and transitions\n"
+    "    PgUp, PgDn       -- Move complete slides (no animations) with transitions\n"
+    "    Cursor Keys      -- Move through slides quickly without transitions\n"
+    "    Home, End        -- Go to first or last slide\n"
+    "    M, E, R, C       -- Go directly to the different sub-sections of the slides\n"
+    "    Mouse            -- Yeah, that works to. Just click on the buttons...\n"
+    "===============================================================================\n";
+
+struct Page {
+    std::string file;
+    bool continues;
+};
+
+std::vector<Page> readSlidesTxt(const std::string& deck) {
+    std::vector<Page> pages;
+    std::ifstream in(deck + "/slides.txt");
+    std::string file;
+    int flag;
+    while (in >> file >> flag) pages.push_back({deck + "/" + file, flag == 1});
+    return pages;
+}
+
+bool fileExists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+void writeAll(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Both PNG files hold the same pixels.
+::testing::AssertionResult samePng(const std::string& a, const std::string& b) {
+    Bitmap x, y;
+    if (!readPng(a.c_str(), x)) return ::testing::AssertionFailure() << "cannot read " << a;
+    if (!readPng(b.c_str(), y)) return ::testing::AssertionFailure() << "cannot read " << b;
+    if (x.width != y.width || x.height != y.height) return ::testing::AssertionFailure() << a << ": size differs";
+    for (int i = 0; i < x.width * x.height; i++)
+        if (x.data[i] != y.data[i])
+            return ::testing::AssertionFailure() << a << " differs from " << b << " at pixel " << i;
+    return ::testing::AssertionSuccess();
+}
+
+int countFiles(const std::string& dir) {
+    int n = 0;
+    for (auto& e : std::filesystem::directory_iterator(dir)) n += e.is_regular_file();
+    return n;
+}
+
+// Exactly one line on standard error, beginning "ERROR! ".
+::testing::AssertionResult oneErrorLine(const RunResult& r) {
+    if (r.signal) return ::testing::AssertionFailure() << "died of signal " << r.signal;
+    if (r.err.rfind("ERROR! ", 0) != 0 || r.err.find('\n') != r.err.size() - 1)
+        return ::testing::AssertionFailure() << "stderr: [" << r.err << "]";
+    return ::testing::AssertionSuccess();
+}
+
+class Corpus : public ::testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+        deck = corpusDir() + "/" + GetParam();
+        pages = readSlidesTxt(deck);
+        ASSERT_FALSE(pages.empty());
+    }
+    std::string deck;
+    std::vector<Page> pages;
+    TempDir tmp;
+
+    std::string pack(const std::string& option, const std::string& name) {
+        RunResult r = runProgram({buildProgram("pack_slides"), deck, option, tmp.file(name), "--verify"});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, "");
+        return tmp.file(name);
+    }
+
+    void expectScreens(const std::string& dir) {
+        EXPECT_EQ(countFiles(dir), (int)pages.size());
+        char name[32];
+        for (size_t i = 0; i < pages.size(); i++) {
+            snprintf(name, sizeof name, "/screen_%.3d.png", (int)i);
+            EXPECT_TRUE(samePng(dir + name, pages[i].file));
+        }
+    }
+
+    void expectSlides(const std::string& dir) {
+        char name[32];
+        int slide = 0;
+        for (size_t i = 0; i < pages.size(); i++) {
+            if (i + 1 < pages.size() && pages[i + 1].continues) continue;
+            snprintf(name, sizeof name, "/slide_%.2d.png", ++slide);
+            EXPECT_TRUE(samePng(dir + name, pages[i].file));
+        }
+        EXPECT_EQ(countFiles(dir), slide);
+    }
+
+    std::string expectedProgress() {
+        std::string s = std::string(kBanner) + "** Decompressing background 1/1\r\n";
+        for (size_t i = 0; i < pages.size(); i++)
+            s += "** Decompressing screen " + std::to_string(i) + "/" + std::to_string(pages.size()) + "\r";
+        return s + "\n";
+    }
+};
+
+TEST_P(Corpus, ArchiveExportsEveryScreenExactly) {
+    std::string archive = pack("--archive", "deck.slides");
+    TempDir out;
+    RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-screens"}, out.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    expectScreens(out.path);
+}
+
+TEST_P(Corpus, ArchiveExportsTheLastScreenOfEverySlide) {
+    std::string archive = pack("--archive", "deck.slides");
+    TempDir out;
+    RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-slides"}, out.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    expectSlides(out.path);
+}
+
+TEST_P(Corpus, SelfContainedShowReadsItsOwnFile) {
+    std::string show = pack("-o", "show");
+    TempDir screens, slides;
+    RunResult r = runProgram({show, "-png-screens"}, screens.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    expectScreens(screens.path);
+    r = runProgram({show, "-png-slides"}, slides.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    expectSlides(slides.path);
+}
+
+TEST_P(Corpus, BannerAndProgressAreExact) {
+    std::string show = pack("-o", "show");
+    TempDir out;
+    RunResult r = runProgram({show, "-png-screens"}, out.path);
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, expectedProgress());
+}
+
+TEST_P(Corpus, BothSwitchesExportSlides) {
+    std::string archive = pack("--archive", "deck.slides");
+    TempDir out;
+    RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-screens", "--png-slides"}, out.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    expectSlides(out.path);
+}
+
+INSTANTIATE_TEST_SUITE_P(Decks, Corpus, ::testing::Values("conference-talk", "metropolis"));
+
+TEST(Debug, DecodesOnlyTheFirstTwentyScreens) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    std::string deck = corpusDir() + "/conference-talk";
+    std::vector<Page> pages = readSlidesTxt(deck);
+    ASSERT_GT(pages.size(), 20u);
+    TempDir tmp, out;
+    ASSERT_EQ(runProgram({buildProgram("pack_slides"), deck, "--archive", tmp.file("a")}).status, 0);
+    RunResult r = runProgram({buildProgram("view_slides"), tmp.file("a"), "-debug", "-png-screens"}, out.path);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(countFiles(out.path), 20);
+    EXPECT_TRUE(fileExists(out.file("screen_019.png")));
+    EXPECT_TRUE(samePng(out.file("screen_019.png"), pages[19].file));
+}
+
+// A small archive made in the test: a 24 x 16 background and three screens.
+std::string smallArchive(ArchiveLayout layout, const std::string& prefix = "") {
+    Bitmap bg;
+    bg.data = allocPixels(24, 16);
+    bg.width = 24;
+    bg.height = 16;
+    for (int i = 0; i < 24 * 16; i++) bg.data[i] = Color{(unsigned char)(i * 7), 40, (unsigned char)(i / 24 * 9), 0};
+    vec<vec<unsigned char> > backgrounds;
+    compress(bg, backgrounds.push(), false);
+    vec<ScreenRecord> screens;
+    vec<bool> flags;
+    for (int s = 0; s < 3; s++) {
+        Bitmap screen;
+        screen.data = allocPixels(24, 16);
+        screen.width = 24;
+        screen.height = 16;
+        for (int i = 0; i < 24 * 16; i++)
+            screen.data[i] = (i + s) % 5 == 0 ? Color{200, (unsigned char)(s * 50), 10, 0} : color_SeeThrough;
+        ScreenRecord& r = screens.push();
+        r.selector = s == 0 ? 0 : 1;
+        compress(screen, r.payload, false);
+        flags.push(s == 2);
+    }
+    std::string path = std::string(::testing::TempDir()) + "/small_archive";
+    writeAll(path, prefix);
+    File out;
+    out.open(path.c_str(), "a");
+    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
+    out.close();
+    return readAll(path);
+}
+
+TEST(MalformedArchive, EveryTruncationGivesOneErrorLine) {
+    std::string archive = smallArchive(ARCHIVE_SEPARATE);
+    TempDir tmp, out;
+    for (size_t n = 0; n < archive.size(); n++) {
+        writeAll(tmp.file("cut"), archive.substr(0, n));
+        RunResult r = runProgram({buildProgram("view_slides"), tmp.file("cut"), "-png-screens"}, out.path);
+        EXPECT_EQ(r.status, 1) << "cut at " << n;
+        EXPECT_TRUE(oneErrorLine(r)) << "cut at " << n;
+    }
+}
+
+// Unpacks an archive file in this process the way view_slides does; returns the error or null.
+const char* unpackFile(const std::string& path, Show& show) {
+    File in;
+    in.open(path.c_str(), "rb");
+    ArchiveIndex index;
+    try {
+        const char* error = readIndex(in, ARCHIVE_SEPARATE, index);
+        return error ? error : unpackShow(in, index, RUN_VIEW, show, nullptr);
+    } catch (Exception_EOF&) {
+        return "end of file";
+    }
+}
+
+TEST(MalformedArchive, EveryCorruptedByteIsHandled) {
+    std::string archive = smallArchive(ARCHIVE_SEPARATE);
+    TempDir tmp;
+    int rejected = 0;
+    for (size_t at = 0; at < archive.size(); at++)
+        for (int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
+            std::string bad = archive;
+            bad[at] = (char)value;
+            writeAll(tmp.file("bad"), bad);
+            Show show;
+            const char* error = unpackFile(tmp.file("bad"), show);
+            if (error) {
+                rejected++;
+                continue;
+            }
+            // A corruption that still forms an archive (a smaller screen count, another selector)
+            // unpacks into whole screens.
+            ASSERT_LE(show.images.size, 3);
+            for (int i = 0; i < show.images.size; i++) {
+                EXPECT_EQ(show.images[i].width, 24);
+                EXPECT_EQ(imagePixelCount(show.images[i]), 24 * 16);
+            }
+        }
+    EXPECT_GT(rejected, 0);
+}
+
+TEST(MalformedArchive, CorruptedOffsetsAndSelectorsInTheProgram) {
+    std::string archive = smallArchive(ARCHIVE_SEPARATE);
+    TempDir tmp, out;
+    size_t index = archive.size() - 8 - 2 - 4 - 3;  // nb, ns, four offsets, three flags
+    struct Case {
+        size_t at;
+        char value;
+        const char* what;
+    } cases[] = {
+        {index + 2, 0x7F, "background offset past the end"},
+        {index + 4, 0x7F, "screen offset past the end"},
+        {index + 1, 0x7F, "more screens than the index holds"},
+        {archive.size() - 8, 0x7F, "index offset past the end"},
+    };
+    for (const Case& c : cases) {
+        std::string bad = archive;
+        bad[c.at] = c.value;
+        writeAll(tmp.file("bad"), bad);
+        RunResult r = runProgram({buildProgram("view_slides"), tmp.file("bad"), "-png-screens"}, out.path);
+        EXPECT_EQ(r.status, 1) << c.what;
+        EXPECT_TRUE(oneErrorLine(r)) << c.what;
+    }
+}
+
+TEST(MalformedArchive, IntactArchiveExports) {
+    std::string archive = smallArchive(ARCHIVE_SEPARATE);
+    TempDir tmp, out;
+    writeAll(tmp.file("good"), archive);
+    RunResult r = runProgram({buildProgram("view_slides"), tmp.file("good"), "-png-screens"}, out.path);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(countFiles(out.path), 3);
+}
+
+TEST(ViewSlides, UnopenableArchive) {
+    RunResult r = runProgram({buildProgram("view_slides"), "/nonexistent/talk.slides"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ERROR! Could not open: /nonexistent/talk.slides\n");
+    EXPECT_EQ(r.out, kBanner);
+}
+
+TEST(ViewSlides, WithoutAnAppendedArchiveSaysSo) {
+    RunResult r = runProgram({buildProgram("view_slides"), "-png-screens"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(oneErrorLine(r));
+    EXPECT_NE(r.err.find("No slide show is appended to"), std::string::npos) << r.err;
+}
+
+TEST(ViewSlides, CommandLineErrors) {
+    struct Case {
+        std::vector<std::string> args;
+        std::string err;
+    } cases[] = {
+        {{"-foo"}, "ERROR! Unknown switch: foo\n"},
+        {{"-debug=1"}, "ERROR! Switch takes no argument: debug\n"},
+        {{"-debug", "-debug"}, "ERROR! Unknown switch: debug\n"},
+        {{"a", "b"}, "ERROR! Superfluous argument: b\n"},
+        {{"[1;2"}, "ERROR! Unterminated list; missing ']'. Did you forget to use quotes or commas?\n"},
+        {{"12"}, "ERROR! Argument 1 expected to be a string.\n"},
+        {{",view", ",edit"}, "ERROR! Only one command may be specified.\n"},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> argv = {buildProgram("view_slides")};
+        argv.insert(argv.end(), c.args.begin(), c.args.end());
+        RunResult r = runProgram(argv);
+        EXPECT_EQ(r.status, 10) << c.err;
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(r.out, kBanner);
+    }
+}
+
+TEST(PackSlides, BadInputLeavesNoOutput) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    std::string page = corpusDir() + "/metropolis/page_001.png";
+    TempDir tmp;
+    writeAll(tmp.file("not.png"), "this is not a PNG file");
+    Bitmap small;
+    small.data = allocPixels(10, 10);
+    small.width = small.height = 10;
+    for (int i = 0; i < 100; i++) small.data[i] = Color{1, 2, 3, 0};
+    ASSERT_TRUE(writePng(tmp.file("small.png").c_str(), small));
+    struct Case {
+        std::vector<std::string> args;
+        std::string output;
+    } cases[] = {
+        {{tmp.file("missing.png"), "-o", tmp.file("show1")}, tmp.file("show1")},
+        {{tmp.file("not.png"), "--archive", tmp.file("a2")}, tmp.file("a2")},
+        {{page, tmp.file("small.png"), "-o", tmp.file("show3")}, tmp.file("show3")},
+        {{page, "-o", "/nonexistent/folder/show"}, "/nonexistent/folder/show"},
+        {{tmp.path, "-o", tmp.file("show5")}, tmp.file("show5")},  // a folder without slides.txt
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> argv = {buildProgram("pack_slides")};
+        argv.insert(argv.end(), c.args.begin(), c.args.end());
+        RunResult r = runProgram(argv);
+        EXPECT_NE(r.status, 0) << c.output;
+        EXPECT_TRUE(oneErrorLine(r));
+        EXPECT_FALSE(fileExists(c.output)) << c.output;
+        EXPECT_EQ(countFiles(tmp.path), 2) << "a temporary file was left behind";
+    }
+}
+
+}  // namespace

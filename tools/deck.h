@@ -1,0 +1,23 @@
+// A presenter's deck: the page files in order and the slide grouping.
+#pragma once
+#include "codec/bitmap.h"
+#include "support/vec.h"
+
+struct Deck {
+    vec<char*> files;  // malloc'ed paths
+    vec<bool> flags;   // true: the page continues the slide of the page before
+    ~Deck();
+};
+
+// Reads FOLDER/slides.txt: one line `<file> <flag>` per page, flag 1 = continues the slide before.
+// Blank lines are skipped. Returns null or a one-line error.
+const char* readSlideList(const char* folder, Deck& deck);
+
+// Takes the grouping of deck.files from a slides.txt-style list, matching by file name.
+const char* applySlideList(const char* list_path, Deck& deck);
+
+// Reads every page; all must be opaque and of one size. Calls progress(i) before page i.
+const char* loadPages(const Deck& deck, vec<Bitmap>& pages, void (*progress)(int i, int n));
+
+// Formats an error into a buffer that lives until the next call.
+const char* errorf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -1,0 +1,230 @@
+// pack_slides: turns a presenter's PNG pages into a slide archive or a self-contained show.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "app/unpack.h"
+#include "support/exits.h"
+#include "png/png.h"
+#include "tools/deck.h"
+#include "tools/packer.h"
+
+static const char* usage =
+    "Usage: pack_slides DECK_FOLDER (-o SHOW | --archive FILE) [--verify] [--viewer PATH]\n"
+    "       pack_slides PAGE.png... [--slides LIST] (-o SHOW | --archive FILE) [--verify]\n"
+    "\n"
+    "  DECK_FOLDER     a folder with slides.txt: one line '<file> <flag>' per page,\n"
+    "                  flag 1 = the page continues the slide of the page before\n"
+    "  PAGE.png...     pages given one by one, each its own slide unless --slides\n"
+    "                  names a list in the slides.txt format that groups them\n"
+    "  -o SHOW         write a self-contained show: the viewer with the archive appended\n"
+    "  --archive FILE  write the slide archive alone (view it with: view_slides FILE)\n"
+    "  --verify        unpack the written archive and compare every screen with its page\n"
+    "  --viewer PATH   the view_slides program to copy (default: the one beside pack_slides)\n";
+
+struct Options {
+    vec<const char*> inputs;
+    const char* slide_list = nullptr;
+    const char* show = nullptr;
+    const char* archive = nullptr;
+    const char* viewer = nullptr;
+    bool verify = false;
+};
+
+static bool progress_shown = false;  // a progress line is open on standard output
+static char* temp_path = nullptr;  // the output being written, removed on failure or interrupt
+
+static void removeTemp() {
+    if (temp_path) unlink(temp_path);
+}
+
+[[noreturn]] static void fail(const char* message) {
+    removeTemp();
+    if (progress_shown) putchar('\n');
+    fflush(stdout);
+    fprintf(stderr, "ERROR! %s\n", message);
+    exit(1);
+}
+
+static void parseOptions(int argc, char** argv, Options& o) {
+    for (int i = 1; i < argc; i++) {
+        const char* a = argv[i];
+        bool has_value = i + 1 < argc;
+        if (!strcmp(a, "-h") || !strcmp(a, "--help")) {
+            fputs(usage, stdout);
+            exit(0);
+        } else if (!strcmp(a, "--verify")) {
+            o.verify = true;
+        } else if ((!strcmp(a, "-o") || !strcmp(a, "--archive") || !strcmp(a, "--slides") ||
+                    !strcmp(a, "--viewer")) && has_value) {
+            const char*& slot = !strcmp(a, "-o") ? o.show : !strcmp(a, "--archive") ? o.archive
+                              : !strcmp(a, "--slides") ? o.slide_list : o.viewer;
+            if (slot) fail(errorf("%s given twice", a));
+            slot = argv[++i];
+        } else if (a[0] == '-' && a[1]) {
+            fail(errorf("Unknown or incomplete option: %s (see pack_slides --help)", a));
+        } else {
+            o.inputs.push(a);
+        }
+    }
+    if (o.inputs.size == 0) fail("No pages given (see pack_slides --help)");
+    if (!o.show == !o.archive) fail("Give exactly one output: -o SHOW or --archive FILE");
+}
+
+static bool isFolder(const char* path) {
+    struct stat st;
+    return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+static void collectDeck(const Options& o, Deck& deck) {
+    const char* error = nullptr;
+    if (o.inputs.size == 1 && isFolder(o.inputs[0])) {
+        if (o.slide_list) fail("--slides applies to pages given one by one; a deck folder has its own slides.txt");
+        error = readSlideList(o.inputs[0], deck);
+    } else {
+        for (int i = 0; i < o.inputs.size; i++) {
+            deck.files.push(strdup(o.inputs[i]));
+            deck.flags.push(false);
+        }
+        if (o.slide_list) error = applySlideList(o.slide_list, deck);
+    }
+    if (error) fail(error);
+}
+
+// The viewer that a show is built from: --viewer, else view_slides beside this program.
+static char* viewerPath(const Options& o) {
+    if (o.viewer) return strdup(o.viewer);
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) fail("Could not find this program's own path; name the viewer with --viewer");
+    self[n] = 0;
+    char* slash = strrchr(self, '/');
+    *slash = 0;
+    return strdup(errorf("%s/view_slides", self));
+}
+
+static void copyFileInto(const char* from, File& out) {
+    FILE* in = fopen(from, "rb");
+    if (!in) fail(errorf("Could not open the viewer: %s", from));
+    unsigned char block[65536];
+    size_t n;
+    while ((n = fread(block, 1, sizeof block, in)) > 0)
+        for (size_t i = 0; i < n; i++) out.putChar(block[i]);
+    fclose(in);
+}
+
+// Opens a temporary file beside the output; it is renamed over the output once complete.
+static int openTemp(const char* output) {
+    size_t n = strlen(output) + 16;
+    temp_path = (char*)malloc(n);
+    snprintf(temp_path, n, "%s.tmpXXXXXX", output);
+    int fd = mkstemp(temp_path);
+    if (fd < 0) {
+        free(temp_path);
+        temp_path = nullptr;
+        fail(errorf("Could not write: %s", output));
+    }
+    return fd;
+}
+
+static long long writeOutput(const Options& o, const PackedShow& show) {
+    const char* output = o.show ? o.show : o.archive;
+    int fd = openTemp(output);
+    File out;
+    out.open(fd, WRITE, true);
+    unsigned long long base = 0;
+    if (o.show) {
+        char* viewer = viewerPath(o);
+        copyFileInto(viewer, out);
+        free(viewer);
+        base = (unsigned long long)out.tell();
+    }
+    writeArchive(out, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, base, show.backgrounds, show.screens,
+                 show.flags);
+    long long total = out.tell();
+    out.close();
+    struct stat st;
+    if (stat(temp_path, &st) != 0 || st.st_size != total) fail(errorf("Could not write: %s", output));
+    chmod(temp_path, o.show ? 0755 : 0644);
+    return total - (long long)base;
+}
+
+static bool samePixels(const Image& image, const Bitmap& page) {
+    if (image.width != page.width || image.height != page.height) return false;
+    vec<Color> row;
+    row.resize(page.width);
+    for (int y = 0; y < page.height; y++) {
+        copyPixels(image, y * page.width, page.width, row.data);
+        if (memcmp(row.data, page.data + (size_t)y * page.width, sizeof(Color) * page.width)) return false;
+    }
+    return true;
+}
+
+// Unpacks the written file the way view_slides does and compares every screen with its page.
+static void verify(const Options& o, const vec<Bitmap>& pages) {
+    File in;
+    in.open(temp_path, "rb");
+    ArchiveIndex index;
+    Show show;
+    const char* error = nullptr;
+    try {
+        error = readIndex(in, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
+        if (!error) error = unpackShow(in, index, RUN_VIEW, show, nullptr);
+    } catch (Exception_EOF&) {
+        error = "unexpected end of file";
+    }
+    if (error) fail(errorf("Verification failed: %s", error));
+    if (show.images.size != pages.size) fail("Verification failed: wrong number of screens");
+    for (int i = 0; i < pages.size; i++)
+        if (!samePixels(show.images[i], pages[i]))
+            fail(errorf("Verification failed: screen %d differs from its page", i + 1));
+}
+
+static void showProgress(const char* what, int i, int n) {
+    progress_shown = true;
+    printf("\r%s page %d/%d ", what, i + 1, n);
+    fflush(stdout);
+}
+static void readProgress(int i, int n) { showProgress("Reading", i, n); }
+static void encodeProgress(int i, int n) { showProgress("Encoding", i, n); }
+
+static long long pngTotal(const Deck& deck) {
+    long long total = 0;
+    struct stat st;
+    for (int i = 0; i < deck.files.size; i++)
+        if (stat(deck.files[i], &st) == 0) total += st.st_size;
+    return total;
+}
+
+int main(int argc, char** argv) {
+    atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)removeTemp}, nullptr);
+    Options o;
+    parseOptions(argc, argv, o);
+    Deck deck;
+    collectDeck(o, deck);
+
+    vec<Bitmap> pages;
+    const char* error = loadPages(deck, pages, readProgress);
+    if (error) fail(error);
+    PackedShow show;
+    packPages(pages, deck.flags, show, encodeProgress);
+    long long size = writeOutput(o, show);
+    if (o.verify) verify(o, pages);
+
+    const char* output = o.show ? o.show : o.archive;
+    if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
+    free(temp_path);
+    temp_path = nullptr;
+
+    int slides = 0;
+    for (int i = 0; i < deck.flags.size; i++) slides += !deck.flags[i];
+    long long png = pngTotal(deck);
+    printf("\rPacked %d pages (%d slides) into %s: archive %lld bytes, %.3f of the PNG pages' %lld bytes%s\n",
+           pages.size, slides, output, size, png ? (double)size / png : 0.0, png, o.verify ? ", verified" : "");
+    return 0;
+}
