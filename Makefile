@@ -18,8 +18,9 @@ build: configure
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 
+# Starts the demo show; without an X display it exports the demo's slides to demo-slides/.
 demo: build
-	@echo "The demo show is not built yet."
+	@scripts/run-demo $(BUILD)/demo_show
 
 clean:
 	rm -rf $(BUILD)
