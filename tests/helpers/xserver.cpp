@@ -101,7 +101,7 @@ bool XServer::start(int number, const std::string& xvfb, int depth, int width, i
         redirect(2, "/dev/null", O_WRONLY);
         std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x" + std::to_string(depth);
         std::string display = ":" + std::to_string(number), fd = std::to_string(ready[1]);
-        execl(xvfb.c_str(), "Xvfb", display.c_str(), "-screen", "0", screen.c_str(), "-nolisten", "tcp",
+        execl(xvfb.c_str(), "Xvfb", display.c_str(), "-screen", "0", screen.c_str(), "-nolisten", "tcp", "-noreset",
               "-displayfd", fd.c_str(), (char*)nullptr);
         _exit(127);
     }
