@@ -2,6 +2,7 @@
 // held keys, focus and auto-repeat, key symbols, waiting for a key.
 #include <X11/keysym.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <string>
@@ -233,7 +234,9 @@ TEST_F(Events, WaitAnyKeySkipsPendingModifiersReleasesAndButtons) {
     expectQueued(3);
     pid_t input = server->xdotoolAsync({"sleep", "0.15", "keyup", "d", "key", "Shift_L", "key", "Control_L", "key",
                                         "Alt_L", "key", "Caps_Lock", "key", "Caps_Lock", "click", "2", "key", "b"});
+    alarm(20);  // a wait that never ends fails loudly instead of hanging the run
     int got = waitAnyKey();
+    alarm(0);
     EXPECT_EQ(waitChild(input), 0);
     EXPECT_EQ(got, keycode(XK_b));
 }
