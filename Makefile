@@ -22,5 +22,9 @@ test: build
 demo: build
 	@scripts/run-demo $(BUILD)/demo_show
 
+# Measures unpacking, decoding, memory, sizes and drawing on the corpus decks and DECK (a deck folder).
+bench: build
+	@$(BUILD)/bench_slides $(DECK)
+
 clean:
 	rm -rf $(BUILD)
