@@ -1,0 +1,335 @@
+#include "tools/encoder.h"
+
+#include <climits>
+#include <unordered_map>
+#include <utility>
+
+#include "codec/codec.h"
+#include "codec/huffman.h"
+#include "codec/stream.h"
+
+namespace {
+
+// What a region may be coded as, when it is coded as one leaf: `colour` is the one true colour
+// that all its pixels share (kAny: every pixel takes any colour; kNone: no common colour) and
+// `zero` tells whether every pixel may be see-through.
+const int kAny = -2;
+const int kNone = -1;
+
+struct Cell {
+    int colour;
+    bool zero;
+};
+
+Cell meet(Cell a, Cell b) {
+    int c = a.colour == kAny ? b.colour : b.colour == kAny || a.colour == b.colour ? a.colour : kNone;
+    return Cell{c, a.zero && b.zero};
+}
+
+// Steps of a plan, one per region in decoding order: a colour number (0 = see-through), a split,
+// or the cheapest symbol (empty regions and regions nobody sees).
+const int kSplit = -1;
+const int kCheapest = -2;
+
+struct Rect {
+    int x0, y0, x1, y1;
+    int width() const { return x1 - x0; }
+    int height() const { return y1 - y0; }
+    bool empty() const { return x0 == x1 || y0 == y1; }
+    bool single() const { return x1 - x0 == 1 && y1 - y0 == 1; }
+};
+
+// The decoder's split: the left (top) part is the largest power of two strictly below the width
+// (height) wide; the parts in decoding order.
+void splitRect(const Rect& r, Rect parts[4]) {
+    int xm = r.x0 + highestPowerOfTwo(r.width() - 1);
+    int ym = r.y0 + highestPowerOfTwo(r.height() - 1);
+    parts[0] = Rect{r.x0, r.y0, xm, ym};
+    parts[1] = Rect{xm, r.y0, r.x1, ym};
+    parts[2] = Rect{r.x0, ym, xm, r.y1};
+    parts[3] = Rect{xm, ym, r.x1, r.y1};
+}
+
+// What every pixel allows: its colour number and whether it may be see-through.
+struct Allowed {
+    const IndexedPage& page;
+    vec<unsigned char> zero;  // 1: equal to the pixel under it, or any colour will do
+    const unsigned char* any;
+
+    Cell at(int i) const {
+        if (any && any[i]) return Cell{kAny, true};
+        int id = page.ids[i];
+        return id == 0 ? Cell{kNone, true} : Cell{id, zero[i] != 0};
+    }
+};
+
+// Chooses, bottom-up over the quadtree, the split or leaf of every region that costs the fewest
+// bits under the given code lengths. The plan lists the choices in decoding order.
+struct Planner {
+    const Allowed& allowed;
+    int width;
+    const vec<int>& lengths;  // estimated code length per colour number
+    int cheapest;             // the shortest of them
+    vec<int>& plan;
+
+    struct Result {
+        Cell cell;
+        long long bits;
+    };
+
+    // Bits of coding the region as one leaf (its split bit aside), and the symbol; LLONG_MAX/4
+    // when no symbol fits every pixel.
+    long long leafBits(Cell c, int* symbol) const {
+        if (c.colour == kAny) {
+            *symbol = kCheapest;
+            return cheapest;
+        }
+        long long best = LLONG_MAX / 4;
+        if (c.colour > 0) best = lengths[c.colour], *symbol = c.colour;
+        if (c.zero && lengths[0] < best) best = lengths[0], *symbol = 0;
+        return best;
+    }
+
+    Result region(const Rect& r) {
+        if (r.empty()) {
+            plan.push(kCheapest);
+            return Result{Cell{kAny, true}, 1 + cheapest};
+        }
+        int at = plan.size;
+        plan.push(kSplit);
+        if (r.single()) {
+            Cell c = allowed.at(r.y0 * width + r.x0);
+            long long bits = leafBits(c, &plan[at]);
+            return Result{c, bits};
+        }
+        Rect parts[4];
+        splitRect(r, parts);
+        Result sub[4];
+        long long split = 1;
+        for (int k = 0; k < 4; k++) {
+            sub[k] = region(parts[k]);
+            split += sub[k].bits;
+        }
+        Cell c = meet(meet(sub[0].cell, sub[1].cell), meet(sub[2].cell, sub[3].cell));
+        int symbol = kSplit;
+        long long leaf = 1 + leafBits(c, &symbol);
+        if (leaf > split) return Result{c, split};
+        plan.resize(at + 1);
+        plan[at] = symbol;
+        return Result{c, leaf};
+    }
+};
+
+// Visits every region of a plan in decoding order with its step.
+template <class Visit>
+void walkPlan(const vec<int>& plan, int& pos, Rect r, Visit& visit) {
+    for (;;) {
+        int step = plan[pos++];
+        visit(r, step);
+        if (step != kSplit) return;
+        Rect parts[4];
+        splitRect(r, parts);
+        for (int k = 0; k < 3; k++) walkPlan(plan, pos, parts[k], visit);
+        r = parts[3];
+    }
+}
+
+// The colour table of a plan (only the colours it codes, the see-through pixel always first),
+// its frequencies and codes.
+struct Table {
+    vec<int> index;    // colour number -> table index, -1 when not coded
+    vec<int> colours;  // table index -> colour number
+    vec<int> freqs;
+    vec<Huff> codes;
+    int shortest = 0;  // table index of the shortest code: empty and unseen regions use it
+    int longest = 0;   // code length
+};
+
+// counts: leaves per colour number; cheapest: leaves that take any symbol, counted with the most
+// used colour so that it gets the shortest code.
+void buildTable(const vec<int>& counts, int cheapest, Table& t) {
+    t.index.resize(counts.size);
+    t.colours.push(0);
+    t.index[0] = 0;
+    for (int s = 1; s < counts.size; s++) {
+        t.index[s] = counts[s] > 0 ? t.colours.size : -1;
+        if (counts[s] > 0) t.colours.push(s);
+    }
+    int most = 0;
+    for (int i = 0; i < t.colours.size; i++) {
+        t.freqs.push(counts[t.colours[i]]);
+        if (t.freqs[i] > t.freqs[most]) most = i;
+    }
+    t.freqs[most] += cheapest;
+    vec<Pair<int, int> > tree;
+    computeHuffcodes(t.freqs, t.codes, tree);
+    for (int i = 0; i < t.codes.size; i++) {
+        if (t.codes[i].length < t.codes[t.shortest].length) t.shortest = i;
+        if (t.codes[i].length > t.longest) t.longest = t.codes[i].length;
+    }
+}
+
+// Code lengths per colour number for the next planning round; colours not in the table are
+// priced one bit above the longest code.
+void estimateLengths(const Table& t, vec<int>& lengths, int* cheapest) {
+    for (int s = 0; s < lengths.size; s++)
+        lengths[s] = t.index[s] >= 0 ? t.codes[t.index[s]].length : t.longest + 1;
+    *cheapest = t.codes[t.shortest].length;
+}
+
+struct Counter {
+    vec<int>& counts;
+    int cheapest = 0;
+
+    void operator()(const Rect&, int step) {
+        if (step >= 0) counts[step]++;
+        if (step == kCheapest) cheapest++;
+    }
+};
+
+// Collects bits lowest first into bytes; the last byte keeps its unused high bits 0.
+struct Bits {
+    vec<unsigned char>& out;
+    unsigned long long pending = 0;
+    int count = 0;
+
+    void put(unsigned long long bits, int n) {
+        pending |= bits << count;
+        count += n;
+        for (; count >= 8; count -= 8, pending >>= 8) out.push((unsigned char)pending);
+    }
+    void finish() {
+        if (count > 0) out.push((unsigned char)pending);
+    }
+};
+
+struct Emitter {
+    const Table& table;
+    Bits& bits;
+
+    void operator()(const Rect& r, int step) {
+        if (!r.single()) bits.put(step == kSplit, 1);
+        if (step == kSplit) return;
+        const Huff& h = table.codes[step == kCheapest ? table.shortest : table.index[step]];
+        bits.put(h.code & 0xFFFFFFFFu, h.length);
+    }
+};
+
+void swapBytes(vec<unsigned char>& a, vec<unsigned char>& b) {
+    std::swap(a.data, b.data);
+    std::swap(a.size, b.size);
+    std::swap(a.cap, b.cap);
+}
+
+void writeStream(const IndexedPage& page, const vec<int>& plan, const Table& t, vec<unsigned char>& out) {
+    const Bitmap& b = *page.bitmap;
+    writeVarint(out, 0);
+    writeVarint(out, (unsigned)b.width);
+    writeVarint(out, (unsigned)b.height);
+    writeVarint(out, (unsigned)t.colours.size);
+    for (int i = 1; i < t.colours.size; i++) {
+        const Color& c = page.colours[t.colours[i]];
+        out.push(c.r);
+        out.push(c.g);
+        out.push(c.b);
+    }
+    for (int f : t.freqs) writeVarint(out, (unsigned)f);
+    Bits bits{out};
+    Emitter emit{t, bits};
+    int pos = 0;
+    walkPlan(plan, pos, Rect{0, 0, b.width, b.height}, emit);
+    bits.finish();
+}
+
+// The plain encoder's stream of the page with every pixel that may be see-through made so.
+void encodePlainly(const IndexedPage& page, const Allowed& allowed, vec<unsigned char>& out) {
+    const Bitmap& b = *page.bitmap;
+    Bitmap scratch;
+    scratch.data = allocPixels(b.width, b.height);
+    scratch.width = b.width;
+    scratch.height = b.height;
+    for (int i = 0; i < page.ids.size; i++) {
+        bool see_through = allowed.zero[i] && !(allowed.any && allowed.any[i]);
+        scratch.data[i] = see_through ? color_SeeThrough : b.data[i];
+    }
+    compress(scratch, out, false);
+}
+
+}  // namespace
+
+void indexPage(const Bitmap& bitmap, IndexedPage& page) {
+    page.bitmap = &bitmap;
+    page.colours.clear();
+    page.colours.push(color_SeeThrough);
+    int n = bitmap.width * bitmap.height;
+    page.ids.resize(n);
+    std::unordered_map<uint32_t, int> numbers;
+    numbers[colorKey(color_SeeThrough)] = 0;
+    uint32_t last_key = colorKey(color_SeeThrough);
+    int last_id = 0;
+    for (int i = 0; i < n; i++) {
+        uint32_t key = colorKey(bitmap.data[i]);
+        if (key != last_key) {
+            auto found = numbers.emplace(key, page.colours.size);
+            if (found.second) page.colours.push(bitmap.data[i]);
+            last_key = key;
+            last_id = found.first->second;
+        }
+        page.ids[i] = last_id;
+    }
+}
+
+bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, int rounds,
+                vec<unsigned char>& out) {
+    const Bitmap& b = *page.bitmap;
+    if (b.width <= 0 || b.height <= 0) {
+        compress(const_cast<Bitmap&>(b), out, false);
+        return true;
+    }
+    int n = page.ids.size;
+    Allowed allowed{page, {}, any};
+    allowed.zero.resize(n);
+    if (under)
+        for (int i = 0; i < n; i++) allowed.zero[i] = b.data[i] == under->data[i];
+
+    // First estimate: every pixel coded as itself, or see-through where it may be.
+    vec<int> counts;
+    counts.resize(page.colours.size);
+    for (int i = 0; i < n; i++)
+        if (!(any && any[i])) counts[allowed.zero[i] ? 0 : page.ids[i]]++;
+    Table table;
+    buildTable(counts, 0, table);
+    vec<int> lengths;
+    lengths.resize(page.colours.size);
+    int cheapest = 0;
+    estimateLengths(table, lengths, &cheapest);
+
+    vec<unsigned char> best, candidate;
+    vec<int> plan;
+    plan.reserve(n + n / 2);
+    Rect whole{0, 0, b.width, b.height};
+    for (int round = 0; round < rounds; round++) {
+        plan.clear();
+        Planner planner{allowed, b.width, lengths, cheapest, plan};
+        planner.region(whole);
+        counts.clear();
+        counts.resize(page.colours.size);
+        Counter counter{counts};
+        int pos = 0;
+        walkPlan(plan, pos, whole, counter);
+        Table t;
+        buildTable(counts, counter.cheapest, t);
+        if (t.longest <= 32) {
+            candidate.clear();
+            writeStream(page, plan, t, candidate);
+            if (best.size == 0 || candidate.size < best.size) swapBytes(best, candidate);
+        }
+        estimateLengths(t, lengths, &cheapest);
+    }
+    if (best.size == 0) {
+        encodePlainly(page, allowed, out);
+        return false;
+    }
+    for (unsigned char c : best) out.push(c);
+    return true;
+}
