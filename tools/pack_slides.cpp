@@ -1,4 +1,4 @@
-// pack_slides: turns a presenter's PNG pages into a slide archive or a self-contained show.
+// pack_slides: turns a presenter's PDF talk or PNG pages into a slide archive or a self-contained show.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,11 +13,21 @@
 #include "png/png.h"
 #include "tools/deck.h"
 #include "tools/packer.h"
+#include "tools/pdf.h"
 
 static const char* usage =
-    "Usage: pack_slides DECK_FOLDER (-o SHOW | --archive FILE) [--verify] [--viewer PATH]\n"
+    "Usage: pack_slides TALK.pdf (-o SHOW | --archive FILE) [--size WxH] [--background RRGGBB]\n"
+    "                         [--no-steps] [--verify] [--viewer PATH]\n"
+    "       pack_slides DECK_FOLDER (-o SHOW | --archive FILE) [--verify] [--viewer PATH]\n"
     "       pack_slides PAGE.png... [--slides LIST] (-o SHOW | --archive FILE) [--verify]\n"
     "\n"
+    "  TALK.pdf        a PDF talk: every page is rendered at the show's size; consecutive pages\n"
+    "                  sharing a page label that show the page before with more added are the\n"
+    "                  animation steps of one slide\n"
+    "  --size WxH      the show's size for a PDF talk (default 1005x754)\n"
+    "  --background RRGGBB  the colour around PDF pages of another aspect ratio (default 000000,\n"
+    "                  black); pages are fitted and centred, never stretched\n"
+    "  --no-steps      every PDF page is a slide of its own\n"
     "  DECK_FOLDER     a folder with slides.txt: one line '<file> <flag>' per page,\n"
     "                  flag 1 = the page continues the slide of the page before\n"
     "  PAGE.png...     pages given one by one, each its own slide unless --slides\n"
@@ -33,7 +43,10 @@ struct Options {
     const char* show = nullptr;
     const char* archive = nullptr;
     const char* viewer = nullptr;
+    const char* size = nullptr;
+    const char* background = nullptr;
     bool verify = false;
+    bool no_steps = false;
 };
 
 static bool progress_shown = false;  // a progress line is open on standard output
@@ -51,6 +64,15 @@ static void removeTemp() {
     exit(1);
 }
 
+// Where the value of an option that takes one goes; null for any other argument.
+static const char** valueSlot(Options& o, const char* name) {
+    static const char* const names[] = {"-o", "--archive", "--slides", "--viewer", "--size", "--background"};
+    const char** slots[] = {&o.show, &o.archive, &o.slide_list, &o.viewer, &o.size, &o.background};
+    for (size_t k = 0; k < sizeof names / sizeof *names; k++)
+        if (!strcmp(name, names[k])) return slots[k];
+    return nullptr;
+}
+
 static void parseOptions(int argc, char** argv, Options& o) {
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
@@ -60,12 +82,11 @@ static void parseOptions(int argc, char** argv, Options& o) {
             exit(0);
         } else if (!strcmp(a, "--verify")) {
             o.verify = true;
-        } else if ((!strcmp(a, "-o") || !strcmp(a, "--archive") || !strcmp(a, "--slides") ||
-                    !strcmp(a, "--viewer")) && has_value) {
-            const char*& slot = !strcmp(a, "-o") ? o.show : !strcmp(a, "--archive") ? o.archive
-                              : !strcmp(a, "--slides") ? o.slide_list : o.viewer;
-            if (slot) fail(errorf("%s given twice", a));
-            slot = argv[++i];
+        } else if (!strcmp(a, "--no-steps")) {
+            o.no_steps = true;
+        } else if (const char** slot = has_value ? valueSlot(o, a) : nullptr) {
+            if (*slot) fail(errorf("%s given twice", a));
+            *slot = argv[++i];
         } else if (a[0] == '-' && a[1]) {
             fail(errorf("Unknown or incomplete option: %s (see pack_slides --help)", a));
         } else {
@@ -193,24 +214,68 @@ static void showProgress(const char* what, int i, int n) {
 static void readProgress(int i, int n) { showProgress("Reading", i, n); }
 static void encodeProgress(int i, int n) { showProgress("Encoding", i, n); }
 
+static void renderProgress(int i, int n) { showProgress("Rendering", i, n); }
+
+static long long fileBytes(const char* path) {
+    struct stat st;
+    return stat(path, &st) == 0 ? st.st_size : 0;
+}
+
 static long long pngTotal(const Deck& deck) {
     long long total = 0;
-    struct stat st;
-    for (int i = 0; i < deck.files.size; i++)
-        if (stat(deck.files[i], &st) == 0) total += st.st_size;
+    for (int i = 0; i < deck.files.size; i++) total += fileBytes(deck.files[i]);
     return total;
+}
+
+// True when the input is one PDF talk; rejects options that do not fit the kind of input.
+static bool isPdfInput(const Options& o) {
+    bool pdf = false;
+    for (int i = 0; i < o.inputs.size; i++) pdf = pdf || (!isFolder(o.inputs[i]) && isPdfFile(o.inputs[i]));
+    if (pdf && o.inputs.size > 1) fail("A PDF talk is packed on its own; give one PDF file");
+    if (pdf && o.slide_list) fail("--slides groups PNG pages; a PDF talk is grouped by its page labels");
+    if (!pdf && (o.size || o.background || o.no_steps))
+        fail("--size, --background and --no-steps apply to a PDF talk");
+    return pdf;
+}
+
+static PdfOptions pdfOptions(const Options& o) {
+    PdfOptions p;
+    if (o.size && !parseSize(o.size, &p.width, &p.height))
+        fail(errorf("--size wants WxH, for example 1005x754: %s", o.size));
+    if (o.background && !parseColor(o.background, &p.background))
+        fail(errorf("--background wants a colour RRGGBB, for example ffffff: %s", o.background));
+    p.steps = !o.no_steps;
+    return p;
+}
+
+// Renders the talk's pages and groups them into slides; prints what it found.
+static void loadPdf(const Options& o, vec<Bitmap>& pages, vec<bool>& flags) {
+    PdfOptions options = pdfOptions(o);
+    vec<char*> labels;
+    const char* error = renderPdf(o.inputs[0], options, pages, labels, renderProgress);
+    Grouping g;
+    if (!error) g = groupPages(labels, pages, options.steps, flags);
+    for (int i = 0; i < labels.size; i++) free(labels[i]);
+    if (error) fail(error);
+    printf("\rFound %d pages in %s: %d slides, %d animation steps", pages.size, o.inputs[0], g.slides, g.steps);
+    if (g.relabelled) printf(" (%d pages repeat the label before them but start new slides)", g.relabelled);
+    printf("%s\n", options.steps ? "" : " (--no-steps)");
 }
 
 int main(int argc, char** argv) {
     atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)removeTemp}, nullptr);
     Options o;
     parseOptions(argc, argv, o);
+    bool pdf = isPdfInput(o);
     Deck deck;
-    collectDeck(o, deck);
-
     vec<Bitmap> pages;
-    const char* error = loadPages(deck, pages, readProgress);
-    if (error) fail(error);
+    if (pdf) {
+        loadPdf(o, pages, deck.flags);
+    } else {
+        collectDeck(o, deck);
+        const char* error = loadPages(deck, pages, readProgress);
+        if (error) fail(error);
+    }
     PackedShow show;
     packPages(pages, deck.flags, show, encodeProgress);
     long long size = writeOutput(o, show);
@@ -223,8 +288,9 @@ int main(int argc, char** argv) {
 
     int slides = 0;
     for (int i = 0; i < deck.flags.size; i++) slides += !deck.flags[i];
-    long long png = pngTotal(deck);
-    printf("\rPacked %d pages (%d slides) into %s: archive %lld bytes, %.3f of the PNG pages' %lld bytes%s\n",
-           pages.size, slides, output, size, png ? (double)size / png : 0.0, png, o.verify ? ", verified" : "");
+    long long source = pdf ? fileBytes(o.inputs[0]) : pngTotal(deck);
+    printf("\rPacked %d pages (%d slides) into %s: archive %lld bytes, %.3f of the %s %lld bytes%s\n", pages.size,
+           slides, output, size, source ? (double)size / source : 0.0, pdf ? "PDF's" : "PNG pages'", source,
+           o.verify ? ", verified" : "");
     return 0;
 }
