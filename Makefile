@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= 2
 
-.PHONY: all deps configure build test demo bench clean
+.PHONY: all deps configure build test demo bench clean fuzz
 
 all: build
 
@@ -17,6 +17,13 @@ build: configure
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	@JOBS=$(JOBS) scripts/sanitize-test $(BUILD)-sanitize
+	@JOBS=$(JOBS) scripts/fuzz 20 $(BUILD)-fuzz
+
+# Every fuzz target on its seeds and kept crashes, then fuzzed for DURATION seconds each.
+DURATION ?= 600
+fuzz: deps
+	@JOBS=$(JOBS) scripts/fuzz $(DURATION) $(BUILD)-fuzz
 
 # Starts the demo show; without an X display it exports the demo's slides to demo-slides/.
 demo: build

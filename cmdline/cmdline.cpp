@@ -43,6 +43,9 @@ void fail(const char* fmt, ...) {
     va_start(ap, fmt);
     vfprintf(stderr, fmt, ap);
     va_end(ap);
+#ifdef SLIDES_FUZZING
+    throw FailExit{10};
+#endif
     exit(10);
 }
 

@@ -43,6 +43,13 @@ extern vec<vec<Value>*> free_list;
 // Prints the message to stderr and exits with status 10: the single exit of every error.
 [[noreturn]] void fail(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
+#ifdef SLIDES_FUZZING
+// Fuzz builds only: fail throws this instead of exiting, so one process can try many command lines.
+struct FailExit {
+    int status;
+};
+#endif
+
 void parseCommandline(int argc, char** argv);
 bool parseValue(char*& p, Value& out);
 

@@ -50,7 +50,11 @@ struct Bitmap {
 
 // Largest bitmap that the codec and the PNG reader accept; checked before allocating.
 const int kMaxSide = 65535;
+#ifdef SLIDES_FUZZING
+const long long kMaxPixels = 1LL << 16;  // fuzz builds: small bitmaps keep every try fast
+#else
 const long long kMaxPixels = 1LL << 26;
+#endif
 
 inline bool sizeWithinLimits(long long width, long long height) {
     return width >= 0 && height >= 0 && width <= kMaxSide && height <= kMaxSide &&
