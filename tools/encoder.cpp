@@ -63,13 +63,19 @@ struct Allowed {
     }
 };
 
-// Chooses, bottom-up over the quadtree, the split or leaf of every region that costs the fewest
-// bits under the given code lengths. The plan lists the choices in decoding order.
+// Costs are in sixteenths of a bit, so that a colour's table entry can be shared out over the
+// leaves that code it.
+const int kBit = 16;
+// A table entry: three colour bytes and about one byte of frequency.
+const int kEntryCost = 32 * kBit;
+
+// Chooses, bottom-up over the quadtree, the split or leaf of every region that costs the least
+// under the given symbol costs. The plan lists the choices in decoding order.
 struct Planner {
     const Allowed& allowed;
     int width;
-    const vec<int>& lengths;  // estimated code length per colour number
-    int cheapest;             // the shortest of them
+    const vec<int>& costs;  // estimated cost of coding each colour number once
+    int cheapest;             // the cost of the cheapest symbol
     vec<int>& plan;
 
     struct Result {
@@ -77,7 +83,7 @@ struct Planner {
         long long bits;
     };
 
-    // Bits of coding the region as one leaf (its split bit aside), and the symbol; LLONG_MAX/4
+    // Cost of coding the region as one leaf (its split bit aside), and the symbol; LLONG_MAX/4
     // when no symbol fits every pixel.
     long long leafBits(Cell c, int* symbol) const {
         if (c.colour == kAny) {
@@ -85,15 +91,15 @@ struct Planner {
             return cheapest;
         }
         long long best = LLONG_MAX / 4;
-        if (c.colour > 0) best = lengths[c.colour], *symbol = c.colour;
-        if (c.zero && lengths[0] < best) best = lengths[0], *symbol = 0;
+        if (c.colour > 0) best = costs[c.colour], *symbol = c.colour;
+        if (c.zero && costs[0] < best) best = costs[0], *symbol = 0;
         return best;
     }
 
     Result region(const Rect& r) {
         if (r.empty()) {
             plan.push(kCheapest);
-            return Result{Cell{kAny, true}, 1 + cheapest};
+            return Result{Cell{kAny, true}, kBit + cheapest};
         }
         int at = plan.size;
         plan.push(kSplit);
@@ -105,14 +111,14 @@ struct Planner {
         Rect parts[4];
         splitRect(r, parts);
         Result sub[4];
-        long long split = 1;
+        long long split = kBit;
         for (int k = 0; k < 4; k++) {
             sub[k] = region(parts[k]);
             split += sub[k].bits;
         }
         Cell c = meet(meet(sub[0].cell, sub[1].cell), meet(sub[2].cell, sub[3].cell));
         int symbol = kSplit;
-        long long leaf = 1 + leafBits(c, &symbol);
+        long long leaf = kBit + leafBits(c, &symbol);
         if (leaf > split) return Result{c, split};
         plan.resize(at + 1);
         plan[at] = symbol;
@@ -145,6 +151,38 @@ struct Table {
     int longest = 0;   // code length
 };
 
+int varintBytes(unsigned v) {
+    int n = 1;
+    for (; v > 127; v >>= 7) n++;
+    return n;
+}
+
+// Bits of the frequencies and of the symbols coded `uses` times under codes.
+long long frequencyAndCodeBits(const vec<int>& freqs, const vec<int>& uses, const vec<Huff>& codes) {
+    long long bits = 0;
+    for (int i = 0; i < freqs.size; i++) bits += 8 * varintBytes((unsigned)freqs[i]) + (long long)uses[i] * codes[i].length;
+    return bits;
+}
+
+// The frequencies only shape the tree, so smaller numbers that give nearly the same codes may
+// cost less to write: tries the counts divided by powers of two (rounded up) and keeps the best.
+void shortenFrequencies(Table& t) {
+    vec<int> uses;
+    for (int f : t.freqs) uses.push(f);
+    long long best = frequencyAndCodeBits(t.freqs, uses, t.codes);
+    for (int shift = 1; shift <= 12; shift++) {
+        vec<int> scaled;
+        for (int f : uses) scaled.push(f > 0 ? ((f - 1) >> shift) + 1 : 0);
+        vec<Huff> codes;
+        vec<Pair<int, int> > tree;
+        computeHuffcodes(scaled, codes, tree);
+        long long bits = frequencyAndCodeBits(scaled, uses, codes);
+        if (bits >= best) continue;
+        best = bits;
+        for (int i = 0; i < codes.size; i++) t.freqs[i] = scaled[i], t.codes[i] = codes[i];
+    }
+}
+
 // counts: leaves per colour number; cheapest: leaves that take any symbol, counted with the most
 // used colour so that it gets the shortest code.
 void buildTable(const vec<int>& counts, int cheapest, Table& t) {
@@ -163,18 +201,22 @@ void buildTable(const vec<int>& counts, int cheapest, Table& t) {
     t.freqs[most] += cheapest;
     vec<Pair<int, int> > tree;
     computeHuffcodes(t.freqs, t.codes, tree);
+    shortenFrequencies(t);
     for (int i = 0; i < t.codes.size; i++) {
         if (t.codes[i].length < t.codes[t.shortest].length) t.shortest = i;
         if (t.codes[i].length > t.longest) t.longest = t.codes[i].length;
     }
 }
 
-// Code lengths per colour number for the next planning round; colours not in the table are
-// priced one bit above the longest code.
-void estimateLengths(const Table& t, vec<int>& lengths, int* cheapest) {
-    for (int s = 0; s < lengths.size; s++)
-        lengths[s] = t.index[s] >= 0 ? t.codes[t.index[s]].length : t.longest + 1;
-    *cheapest = t.codes[t.shortest].length;
+// Symbol costs for the next planning round: the code length plus a share of the colour's table
+// entry; colours not in the table are priced one bit above the longest code plus a whole entry.
+void estimateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int* cheapest) {
+    for (int s = 0; s < costs.size; s++) {
+        int i = t.index[s];
+        costs[s] = i < 0 ? (t.longest + 1) * kBit + kEntryCost
+                         : t.codes[i].length * kBit + (s > 0 ? kEntryCost / counts[s] : 0);
+    }
+    *cheapest = t.codes[t.shortest].length * kBit;
 }
 
 struct Counter {
@@ -299,10 +341,10 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
         if (!(any && any[i])) counts[allowed.zero[i] ? 0 : page.ids[i]]++;
     Table table;
     buildTable(counts, 0, table);
-    vec<int> lengths;
-    lengths.resize(page.colours.size);
+    vec<int> costs;
+    costs.resize(page.colours.size);
     int cheapest = 0;
-    estimateLengths(table, lengths, &cheapest);
+    estimateCosts(table, counts, costs, &cheapest);
 
     vec<unsigned char> best, candidate;
     vec<int> plan;
@@ -310,7 +352,7 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     Rect whole{0, 0, b.width, b.height};
     for (int round = 0; round < rounds; round++) {
         plan.clear();
-        Planner planner{allowed, b.width, lengths, cheapest, plan};
+        Planner planner{allowed, b.width, costs, cheapest, plan};
         planner.region(whole);
         counts.clear();
         counts.resize(page.colours.size);
@@ -324,7 +366,7 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
             writeStream(page, plan, t, candidate);
             if (best.size == 0 || candidate.size < best.size) swapBytes(best, candidate);
         }
-        estimateLengths(t, lengths, &cheapest);
+        estimateCosts(t, counts, costs, &cheapest);
     }
     if (best.size == 0) {
         encodePlainly(page, allowed, out);

@@ -1,113 +1,202 @@
 #include "tools/packer.h"
 
 #include <cstring>
+#include <utility>
 
 #include "codec/codec.h"
+#include "tools/encoder.h"
 
-// The colour most pages show at each pixel (majority vote), as a candidate background.
-static void majorityBackground(const vec<Bitmap>& pages, Bitmap& bg) {
+namespace {
+
+// How often the encoder rebuilds its codes from its choices.
+const int kRounds = 3;
+
+void makeBitmap(Bitmap& b, int width, int height) {
+    b.data = allocPixels(width, height);
+    b.width = width;
+    b.height = height;
+}
+
+// The colour most pages show at each pixel (majority vote).
+void majorityBackground(const vec<Bitmap>& pages, Bitmap& bg) {
     const Bitmap& first = pages[0];
-    size_t n = (size_t)first.width * first.height;
-    bg.data = allocPixels(first.width, first.height);
-    bg.width = first.width;
-    bg.height = first.height;
+    int n = first.width * first.height;
+    makeBitmap(bg, first.width, first.height);
     vec<int> votes;
-    votes.resize((int)n);
-    memcpy(bg.data, first.data, n * sizeof(Color));
+    votes.resize(n);
+    memcpy(bg.data, first.data, (size_t)n * sizeof(Color));
     for (int p = 0; p < pages.size; p++)
-        for (size_t i = 0; i < n; i++) {
+        for (int i = 0; i < n; i++) {
             if (pages[p].data[i] == bg.data[i])
-                votes[(int)i]++;
-            else if (votes[(int)i] == 0)
-                bg.data[i] = pages[p].data[i], votes[(int)i] = 1;
+                votes[i]++;
+            else if (votes[i] == 0)
+                bg.data[i] = pages[p].data[i], votes[i] = 1;
             else
-                votes[(int)i]--;
+                votes[i]--;
         }
 }
 
-// A background of one colour: costs a few bytes, for decks that share nothing.
-static void plainBackground(const Bitmap& like, Bitmap& bg) {
-    bg.data = allocPixels(like.width, like.height);
-    bg.width = like.width;
-    bg.height = like.height;
-    size_t n = (size_t)like.width * like.height;
-    for (size_t i = 0; i < n; i++) bg.data[i] = Color{0, 0, 0, 0};
+// A background of the first page's commonest colour: a stream of a few bytes.
+void plainBackground(const IndexedPage& first, Bitmap& bg) {
+    vec<int> counts;
+    counts.resize(first.colours.size);
+    for (int id : first.ids) counts[id]++;
+    int most = 0;
+    for (int c = 0; c < counts.size; c++)
+        if (counts[c] > counts[most]) most = c;
+    const Bitmap& page = *first.bitmap;
+    makeBitmap(bg, page.width, page.height);
+    for (int i = 0; i < page.width * page.height; i++) bg.data[i] = first.colours[most];
 }
 
-// The stream of page coded over under: pixels equal to the ones beneath become see-through.
-static void encodeOver(const Bitmap& page, const Bitmap& under, Bitmap& scratch, vec<unsigned char>& out) {
-    size_t n = (size_t)page.width * page.height;
-    for (size_t i = 0; i < n; i++) scratch.data[i] = page.data[i] == under.data[i] ? color_SeeThrough : page.data[i];
-    out.clear();
-    compress(scratch, out, false);
+void moveBytes(vec<unsigned char>& from, vec<unsigned char>& to) {
+    to.release();
+    std::swap(to.data, from.data);
+    std::swap(to.size, from.size);
+    std::swap(to.cap, from.cap);
 }
 
-static void encodePlain(const Bitmap& bitmap, vec<unsigned char>& out) {
-    out.clear();
-    compress(const_cast<Bitmap&>(bitmap), out, false);
+// A screen's streams over each candidate background (by candidate number) and over the previous page.
+struct Options {
+    vec<vec<unsigned char> > over_background;
+    vec<unsigned char> over_previous;  // empty for the first page
+};
+
+// Which reference each screen uses: a candidate number, or -1 for the previous screen.
+int bestReference(const Options& o, const vec<bool>& in_use, long long* bytes) {
+    int best = -1;
+    long long size = o.over_previous.size > 0 ? o.over_previous.size : -1;
+    for (int c = 0; c < in_use.size; c++)
+        if (in_use[c] && (size < 0 || o.over_background[c].size < size)) best = c, size = o.over_background[c].size;
+    *bytes = size;
+    return best;
 }
 
-static void copyBytes(const vec<unsigned char>& from, vec<unsigned char>& to) {
-    to.clear();
-    to.reserve(from.size);
-    for (int i = 0; i < from.size; i++) to.push(from[i]);
-}
-
-// Encodes every page over the background or the previous page; returns the total stream bytes.
-static long long encodeScreens(const vec<Bitmap>& pages, const Bitmap& bg, PackedShow& show,
-                               void (*progress)(int, int)) {
-    Bitmap scratch;
-    scratch.data = allocPixels(bg.width, bg.height);
-    scratch.width = bg.width;
-    scratch.height = bg.height;
-    vec<unsigned char> candidate;
-    long long total = 0;
-    show.screens.release();
-    show.screens.resize(pages.size);
-    for (int i = 0; i < pages.size; i++) {
-        if (progress) progress(i, pages.size);
-        ScreenRecord& screen = show.screens[i];
-        encodeOver(pages[i], bg, scratch, screen.payload);
-        screen.selector = 0;
-        if (i > 0) {
-            encodeOver(pages[i], pages[i - 1], scratch, candidate);
-            if (candidate.size < screen.payload.size) {
-                copyBytes(candidate, screen.payload);
-                screen.selector = 1;  // the previous screen, with one background
-            }
+// Marks, for every candidate, the pixels that some screen shows through its see-through pixels
+// (directly, or through the previous screens that it lets show).
+void markShown(const vec<Options>& options, const vec<int>& choice, int candidates, int pixels,
+               vec<vec<unsigned char> >& shown) {
+    shown.resize(candidates);
+    for (int c = 0; c < candidates; c++) shown[c].resize(pixels);
+    vec<int> origin;  // per pixel: the candidate the current screen shows there, or -1
+    origin.resize(pixels);
+    for (int i = 0; i < choice.size; i++) {
+        const Options& o = options[i];
+        const vec<unsigned char>& stream = choice[i] < 0 ? o.over_previous : o.over_background[choice[i]];
+        const unsigned char* in = stream.data;
+        Bitmap decoded;
+        bool decoded_ok = !decompress(decoded, in, stream.data + stream.size);
+        for (int p = 0; p < pixels; p++) {
+            if (!decoded_ok || !isSeeThrough(decoded.data[p]))
+                origin[p] = -1;
+            else if (choice[i] >= 0)
+                origin[p] = choice[i];
+            if (origin[p] >= 0) shown[origin[p]][p] = 1;
         }
-        total += screen.payload.size;
     }
-    return total;
 }
+
+struct Plan {
+    vec<int> choice;                          // per screen
+    vec<vec<unsigned char> > backgrounds;     // per candidate, empty when unused
+    long long total = 0;
+};
+
+// Picks every screen's best reference among the candidates in use, then encodes those candidates
+// with the pixels that no screen shows free to take any colour.
+void planWith(const vec<Options>& options, const vec<IndexedPage>& candidates, const vec<bool>& in_use, Plan& plan) {
+    plan.choice.resize(options.size);
+    plan.total = 0;
+    for (int i = 0; i < options.size; i++) {
+        long long bytes = 0;
+        plan.choice[i] = bestReference(options[i], in_use, &bytes);
+        plan.total += bytes;
+    }
+    const Bitmap& first = *candidates[0].bitmap;
+    int pixels = first.width * first.height;
+    vec<vec<unsigned char> > shown;
+    markShown(options, plan.choice, candidates.size, pixels, shown);
+    plan.backgrounds.resize(candidates.size);
+    vec<unsigned char> unseen;
+    unseen.resize(pixels);
+    for (int c = 0; c < candidates.size; c++) {
+        if (!in_use[c]) continue;
+        for (int p = 0; p < pixels; p++) unseen[p] = !shown[c][p];
+        encodePage(candidates[c], nullptr, unseen.data, kRounds, plan.backgrounds[c]);
+        plan.total += plan.backgrounds[c].size;
+    }
+}
+
+// Encodes page i over every candidate and over the previous page.
+void encodeOptions(const vec<IndexedPage>& pages, int i, const vec<IndexedPage>& candidates, Options& o) {
+    o.over_background.resize(candidates.size);
+    for (int c = 0; c < candidates.size; c++)
+        encodePage(pages[i], candidates[c].bitmap, nullptr, kRounds, o.over_background[c]);
+    if (i > 0) encodePage(pages[i], pages[i - 1].bitmap, nullptr, kRounds, o.over_previous);
+}
+
+// Fills the show from the plan: candidates that no screen uses are dropped.
+void writePlan(vec<Options>& options, Plan& plan, PackedShow& show) {
+    vec<int> number;  // candidate -> background number, -1 when dropped
+    number.resize(plan.backgrounds.size);
+    show.backgrounds.release();
+    for (int c = 0; c < plan.backgrounds.size; c++) {
+        bool used = false;
+        for (int k : plan.choice) used |= k == c;
+        number[c] = used ? show.backgrounds.size : -1;
+        if (used) moveBytes(plan.backgrounds[c], show.backgrounds.push());
+    }
+    show.screens.release();
+    show.screens.resize(options.size);
+    for (int i = 0; i < options.size; i++) {
+        int k = plan.choice[i];
+        show.screens[i].selector = k < 0 ? show.backgrounds.size : number[k];
+        moveBytes(k < 0 ? options[i].over_previous : options[i].over_background[k], show.screens[i].payload);
+    }
+}
+
+}  // namespace
 
 void packPages(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& show,
                void (*progress)(int i, int n)) {
-    Bitmap shared, plain;
-    majorityBackground(pages, shared);
-    plainBackground(pages[0], plain);
-
-    vec<unsigned char> shared_stream, plain_stream;
-    encodePlain(shared, shared_stream);
-    encodePlain(plain, plain_stream);
-
-    PackedShow over_plain;
-    long long with_shared = shared_stream.size + encodeScreens(pages, shared, show, progress);
-    long long with_plain = plain_stream.size + encodeScreens(pages, plain, over_plain, nullptr);
-    show.backgrounds.release();
-    show.backgrounds.resize(1);
-    if (with_plain < with_shared) {
-        copyBytes(plain_stream, show.backgrounds[0]);
-        show.screens.release();
-        show.screens.resize(pages.size);
-        for (int i = 0; i < pages.size; i++) {
-            show.screens[i].selector = over_plain.screens[i].selector;
-            copyBytes(over_plain.screens[i].payload, show.screens[i].payload);
-        }
-    } else {
-        copyBytes(shared_stream, show.backgrounds[0]);
-    }
     show.flags.release();
-    show.flags.resize(flags.size);
-    for (int i = 0; i < flags.size; i++) show.flags[i] = flags[i];
+    for (int i = 0; i < flags.size; i++) show.flags.push(flags[i]);
+    if (pages.size == 0) return;
+    vec<IndexedPage> indexed;
+    indexed.resize(pages.size);
+    for (int i = 0; i < pages.size; i++) indexPage(pages[i], indexed[i]);
+
+    // Candidate 0 is one colour and always available, so the first screen has a background;
+    // candidate 1 is what most pages show.
+    Bitmap plain, shared;
+    plainBackground(indexed[0], plain);
+    majorityBackground(pages, shared);
+    vec<IndexedPage> candidates;
+    candidates.resize(2);
+    indexPage(plain, candidates[0]);
+    indexPage(shared, candidates[1]);
+
+    vec<Options> options;
+    options.resize(pages.size);
+    for (int i = 0; i < pages.size; i++) {
+        if (progress) progress(i, pages.size);
+        encodeOptions(indexed, i, candidates, options[i]);
+    }
+
+    // Backgrounds are added greedily while they save more than they cost.
+    vec<bool> in_use;
+    in_use.resize(candidates.size);
+    in_use[0] = true;
+    vec<Plan> plans;
+    planWith(options, candidates, in_use, plans.push());
+    int best = 0;
+    for (int c = 1; c < candidates.size; c++) {
+        in_use[c] = true;
+        planWith(options, candidates, in_use, plans.push());
+        if (plans.last().total < plans[best].total)
+            best = plans.size - 1;
+        else
+            in_use[c] = false;
+    }
+    writePlan(options, plans[best], show);
 }
