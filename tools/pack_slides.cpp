@@ -153,9 +153,8 @@ static int openTemp(const char* output) {
     return fd;
 }
 
-static long long writeOutput(const Options& o, const PackedShow& show) {
+static long long writeOutput(const Options& o, int fd, const PackedShow& show) {
     const char* output = o.show ? o.show : o.archive;
-    int fd = openTemp(output);
     File out;
     out.open(fd, WRITE, true);
     unsigned long long base = 0;
@@ -267,6 +266,8 @@ int main(int argc, char** argv) {
     Options o;
     parseOptions(argc, argv, o);
     bool pdf = isPdfInput(o);
+    const char* output = o.show ? o.show : o.archive;
+    int fd = openTemp(output);  // before the slow work, so that an unwritable output fails at once
     Deck deck;
     vec<Bitmap> pages;
     if (pdf) {
@@ -278,10 +279,9 @@ int main(int argc, char** argv) {
     }
     PackedShow show;
     packPages(pages, deck.flags, show, encodeProgress);
-    long long size = writeOutput(o, show);
+    long long size = writeOutput(o, fd, show);
     if (o.verify) verify(o, pages);
 
-    const char* output = o.show ? o.show : o.archive;
     if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
     free(temp_path);
     temp_path = nullptr;
