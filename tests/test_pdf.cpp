@@ -24,6 +24,7 @@ struct TestPage {
     std::string content;  // the page's drawing operators
     std::string label;    // "" for none
     double width = 400, height = 300;
+    int rotate = 0;     // the page's own turn, in degrees
     std::string image;  // raw RGB bytes of an image /Im the content may draw, or none
     int image_width = 0, image_height = 0;
 };
@@ -58,7 +59,7 @@ std::string makePdf(const std::vector<TestPage>& pages, bool labelled, const std
         std::ostringstream box;
         box << "[0 0 " << p.width << " " << p.height << "]";
         std::string first = std::to_string(3 + 3 * i);
-        object("<< /Type /Page /Parent 2 0 R /MediaBox " + box.str() + " /Contents " + std::to_string(4 + 3 * i) +
+        object("<< /Type /Page /Parent 2 0 R /MediaBox " + box.str() + " /Rotate " + std::to_string(p.rotate) + " /Contents " + std::to_string(4 + 3 * i) +
                " 0 R /Resources << /XObject << /Im " + std::to_string(5 + 3 * i) + " 0 R >> >> >>");
         object("<< /Length " + std::to_string(p.content.size()) + " >>\nstream\n" + p.content + "\nendstream");
         object("<< /Type /XObject /Subtype /Image /Width " + std::to_string(std::max(p.image_width, 1)) +
@@ -333,6 +334,19 @@ TEST(PdfPack, WidePagesAreFittedAndCentred) {
     ASSERT_EQ(r.status, 0) << r.err;
     ASSERT_NO_FATAL_FAILURE(referencePage(pdf, 1, 300, 169, small, ref));
     expectScreen(screenFile(small, 0), ref, 0, 115, 300, 400, kBlack);
+}
+
+TEST(PdfPack, TurnedPagesAreShownTurned) {
+    TempDir tmp;
+    std::string pdf = tmp.file("turned.pdf");
+    TestPage turned = page("1 0 0 rg 40 40 200 120 re f 0 g 3 w 0 0 m 300 400 l S\n", "1", 300, 400);
+    turned.rotate = 90;  // a portrait page shown as landscape
+    writeFile(pdf, makePdf({turned}, true));
+    RunResult r = packAndExport(pdf, {}, tmp);
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bitmap ref;
+    ASSERT_NO_FATAL_FAILURE(referencePage(pdf, 1, 754, 1005, tmp, ref));  // sizes along the page's own axes
+    expectScreen(screenFile(tmp, 0), ref, 0, 0, 1005, 754, kBlack);
 }
 
 TEST(PdfPack, SizeOptionRendersAtThatSize) {

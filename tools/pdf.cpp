@@ -48,23 +48,18 @@ static void copyRendered(const poppler::image& image, Bitmap& to, int x, int y) 
     }
 }
 
-// The page's size in points as it is shown, after its own rotation.
-static void shownSize(const poppler::page& page, double* pw, double* ph) {
-    poppler::rectf box = page.page_rect(poppler::crop_box);
-    bool turned = page.orientation() == poppler::page::landscape || page.orientation() == poppler::page::seascape;
-    *pw = turned ? box.height() : box.width();
-    *ph = turned ? box.width() : box.height();
-}
-
 static bool renderPage(const poppler::page_renderer& renderer, const poppler::page& page, const PdfOptions& o,
                        Bitmap& out) {
-    double pw, ph;
-    shownSize(page, &pw, &ph);
-    if (!(pw > 0 && ph > 0)) return false;
-    PageFit fit = fitPage(pw, ph, o.width, o.height);
-    // Each axis scaled to its whole pixel count, as poppler's own renderer does for a given pixel size.
-    poppler::image image =
-        renderer.render_page(&page, 72.0 * fit.width / pw, 72.0 * fit.height / ph, 0, 0, fit.width, fit.height);
+    poppler::rectf box = page.page_rect(poppler::crop_box);
+    if (!(box.width() > 0 && box.height() > 0)) return false;
+    bool turned = page.orientation() == poppler::page::landscape || page.orientation() == poppler::page::seascape;
+    PageFit fit = turned ? fitPage(box.height(), box.width(), o.width, o.height)
+                         : fitPage(box.width(), box.height(), o.width, o.height);
+    // Each of the page's own axes (before its rotation) is scaled to its whole pixel count, as
+    // poppler's own renderer does for a given pixel size.
+    int across = turned ? fit.height : fit.width, down = turned ? fit.width : fit.height;
+    poppler::image image = renderer.render_page(&page, 72.0 * across / box.width(), 72.0 * down / box.height(), 0, 0,
+                                                fit.width, fit.height);
     if (!image.is_valid() || image.format() != poppler::image::format_argb32 || image.width() != fit.width ||
         image.height() != fit.height)
         return false;
