@@ -166,6 +166,28 @@ size_t pixelCount(const Bitmap& bitmap) {
     return (size_t)bitmap.width * (size_t)bitmap.height;
 }
 
+// The end of the run of pixels equal to key that starts at from: four pixels at a time.
+size_t runEnd(const Color* px, size_t from, size_t n, uint32_t key) {
+    const uint64_t pair = (uint64_t)key << 32 | key;
+    size_t i = from;
+    for (; i + 4 <= n; i += 4) {
+        uint64_t a, b;
+        memcpy(&a, px + i, 8);
+        memcpy(&b, px + i + 2, 8);
+        if (a != pair || b != pair) break;
+    }
+    while (i < n && colorKey(px[i]) == key) i++;
+    return i;
+}
+
+// Sets indices [from, to) to one value, four at a time.
+void fillIndices(uint16_t* out, size_t from, size_t to, uint16_t value) {
+    const uint64_t quad = value * 0x0001000100010001ull;
+    size_t i = from;
+    for (; i + 4 <= to; i += 4) memcpy(out + i, &quad, 8);
+    for (; i < to; i++) out[i] = value;
+}
+
 }  // namespace
 
 void makeImage(Bitmap& bitmap, Image& image) {
@@ -176,29 +198,26 @@ void makeImage(Bitmap& bitmap, Image& image) {
     ColorMap map;
     vec<Color> palette;
     SizedBlock<uint16_t> indices(n);
-    // Neighbouring pixels mostly share a colour: the last look-up is reused for them.
-    uint32_t last_key = n ? ~colorKey(px[0]) : 0;
-    uint16_t last_index = 0;
-    for (size_t i = 0; i < n; i++) {
+    // Neighbouring pixels mostly share a colour: a run of one colour needs one look-up.
+    for (size_t i = 0; i < n;) {
         uint32_t key = colorKey(px[i]);
-        if (key != last_key) {
-            const ColorNode* node = map.find(key);
-            if (node) {
-                last_index = node->value;
-            } else {
-                if ((unsigned)palette.size == max_indexed_colors) {
-                    keepFullColor(px, n, image);
-                    image.width = bitmap.width;
-                    image.height = bitmap.height;
-                    return;
-                }
-                last_index = (uint16_t)palette.size;
-                map.insert(key, last_index);
-                palette.push(px[i]);
+        uint16_t index;
+        if (const ColorNode* node = map.find(key)) {
+            index = node->value;
+        } else {
+            if ((unsigned)palette.size == max_indexed_colors) {
+                keepFullColor(px, n, image);
+                image.width = bitmap.width;
+                image.height = bitmap.height;
+                return;
             }
-            last_key = key;
+            index = (uint16_t)palette.size;
+            map.insert(key, index);
+            palette.push(px[i]);
         }
-        indices.data[i] = last_index;
+        size_t end = runEnd(px, i + 1, n, key);
+        fillIndices(indices.data, i, end, index);
+        i = end;
     }
 
     SizedBlock<Color> colors((size_t)palette.size);

@@ -46,6 +46,16 @@ struct TableEntry {
     int bits;
 };
 
+typedef uint32_t Lanes __attribute__((vector_size(16)));
+
+// Sets n pixels to one colour word, four at a time with 16-byte stores.
+inline void fillRow(Color* row, int n, uint32_t word) {
+    const Lanes wide = {word, word, word, word};
+    int x = 0;
+    for (; x + 4 <= n; x += 4) memcpy(row + x, &wide, sizeof wide);
+    for (; x < n; x++) memcpy(row + x, &word, sizeof word);
+}
+
 struct Decoder {
     BitReader in;
     const vec<Pair<int, int> >& tree;
@@ -84,10 +94,9 @@ struct Decoder {
     }
 
     void fill(int x0, int y0, int x1, int y1, Color c) {
-        for (int y = y0; y < y1; y++) {
-            Color* row = pixels + (size_t)y * width;
-            for (int x = x0; x < x1; x++) row[x] = c;
-        }
+        uint32_t word;
+        memcpy(&word, &c, sizeof word);
+        for (int y = y0; y < y1; y++) fillRow(pixels + (size_t)y * width + x0, x1 - x0, word);
     }
 
     bool raw(int w, int h) {
