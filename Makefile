@@ -35,3 +35,18 @@ bench: build
 
 clean:
 	rm -rf $(BUILD)
+
+# Installs the programs and their man pages under PREFIX, below DESTDIR when it is set.
+PREFIX ?= /usr/local
+.PHONY: install uninstall dist
+install: build
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+# Removes the files that the last install wrote, as listed in the build folder's install manifest.
+uninstall:
+	@test -f $(BUILD)/install_manifest.txt || { echo "Nothing to uninstall: no $(BUILD)/install_manifest.txt" >&2; exit 1; }
+	@while IFS= read -r f || [ -n "$$f" ]; do rm -fv "$(DESTDIR)$$f"; done < $(BUILD)/install_manifest.txt
+
+# Writes the source tarball $(BUILD)/slides-VERSION.tar.gz (no build folders, no .git).
+dist: configure
+	@cmake --build $(BUILD) --target package_source
