@@ -35,7 +35,9 @@ static const char* usage =
     "  -o SHOW         write a self-contained show: the viewer with the archive appended\n"
     "  --archive FILE  write the slide archive alone (view it with: view_slides FILE)\n"
     "  --verify        unpack the written archive and compare every screen with its page\n"
-    "  --viewer PATH   the view_slides program to copy (default: the one beside pack_slides)\n";
+    "  --viewer PATH   the view_slides program to copy (default: the one beside pack_slides)\n"
+    "  -h, --help      print this help\n"
+    "  --version       print the version\n";
 
 struct Options {
     vec<const char*> inputs;
@@ -80,6 +82,9 @@ static void parseOptions(int argc, char** argv, Options& o) {
         if (!strcmp(a, "-h") || !strcmp(a, "--help")) {
             fputs(usage, stdout);
             exit(0);
+        } else if (!strcmp(a, "--version")) {
+            printf("pack_slides (slides) %s\n", SLIDES_VERSION);
+            exit(0);
         } else if (!strcmp(a, "--verify")) {
             o.verify = true;
         } else if (!strcmp(a, "--no-steps")) {
@@ -117,7 +122,9 @@ static void collectDeck(const Options& o, Deck& deck) {
     if (error) fail(error);
 }
 
-// The viewer that a show is built from: --viewer, else view_slides beside this program.
+// The viewer that a show is built from: --viewer, else view_slides beside this program's real
+// file (symbolic links resolved), which is the built viewer in a build folder and the installed
+// one after an install.
 static char* viewerPath(const Options& o) {
     if (o.viewer) return strdup(o.viewer);
     char self[PATH_MAX];
@@ -127,6 +134,14 @@ static char* viewerPath(const Options& o) {
     char* slash = strrchr(self, '/');
     *slash = 0;
     return strdup(errorf("%s/view_slides", self));
+}
+
+// Finds the viewer before the slow work, so that a missing one fails at once, and says which.
+static char* chooseViewer(const Options& o) {
+    char* viewer = viewerPath(o);
+    if (access(viewer, R_OK) != 0) fail(errorf("No viewer at %s; name one with --viewer PATH", viewer));
+    printf("Using the viewer %s\n", viewer);
+    return viewer;
 }
 
 static void copyFileInto(const char* from, File& out) {
@@ -153,15 +168,13 @@ static int openTemp(const char* output) {
     return fd;
 }
 
-static long long writeOutput(const Options& o, int fd, const PackedShow& show) {
+static long long writeOutput(const Options& o, const char* viewer, int fd, const PackedShow& show) {
     const char* output = o.show ? o.show : o.archive;
     File out;
     out.open(fd, WRITE, true);
     unsigned long long base = 0;
     if (o.show) {
-        char* viewer = viewerPath(o);
         copyFileInto(viewer, out);
-        free(viewer);
         base = (unsigned long long)out.tell();
     }
     writeArchive(out, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, base, show.backgrounds, show.screens,
@@ -267,6 +280,7 @@ int main(int argc, char** argv) {
     parseOptions(argc, argv, o);
     bool pdf = isPdfInput(o);
     const char* output = o.show ? o.show : o.archive;
+    char* viewer = o.show ? chooseViewer(o) : nullptr;
     int fd = openTemp(output);  // before the slow work, so that an unwritable output fails at once
     Deck deck;
     vec<Bitmap> pages;
@@ -279,7 +293,8 @@ int main(int argc, char** argv) {
     }
     PackedShow show;
     packPages(pages, deck.flags, show, encodeProgress);
-    long long size = writeOutput(o, fd, show);
+    long long size = writeOutput(o, viewer, fd, show);
+    free(viewer);
     if (o.verify) verify(o, pages);
 
     if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
