@@ -8,7 +8,7 @@
 namespace {
 
 // Codes up to this many bits are decoded with one table look-up; longer ones walk the tree.
-const int kTableBits = 11;
+const int kTableBits = 12;
 
 // Reads bits least significant first from a byte range; positions past the end read as 0 and
 // are caught by overrun(), so a short stream never reads outside its bytes.
@@ -82,9 +82,20 @@ struct Decoder {
     __attribute__((always_inline)) Color readColour() {
         if (tableBits == 0) return colours[0];
         if (!lookahead) return colours[walk(tree.size - 1)];
-        TableEntry e = table[(int)(in.peek() & ((1u << tableBits) - 1))];
+        uint64_t bits = in.peek();
+        TableEntry e = table[(int)(bits & ((1u << tableBits) - 1))];
         in.pos += e.bits;
-        return e.ref < 0 ? e.colour : colours[walk(e.ref)];
+        return e.ref < 0 ? e.colour : colours[walkPeeked(e.ref, bits >> e.bits)];
+    }
+
+    // Goes on from node ref with the bits already peeked (at least 57 - tableBits of them), then
+    // bit by bit for codes longer than that. Bits past the stream read as 0; cutShort catches them.
+    __attribute__((noinline)) int walkPeeked(int ref, uint64_t bits) {
+        int used = 0;
+        for (; ref >= 0 && used < 57 - kTableBits; used++, bits >>= 1)
+            ref = bits & 1 ? tree[ref].second : tree[ref].first;
+        in.pos += used;
+        return ref < 0 ? ~ref : walk(ref);
     }
 
     bool cutShort() {
