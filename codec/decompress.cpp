@@ -119,6 +119,15 @@ struct Decoder {
         return true;
     }
 
+    // A split 2 x 2 region: four single pixels, top left, top right, bottom left, bottom right.
+    bool quad(Color* p) {
+        p[0] = readColour();
+        p[1] = readColour();
+        p[width] = readColour();
+        p[width + 1] = readColour();
+        return !cutShort();
+    }
+
     // Regions never reach outside the bitmap: every part lies within the region it splits.
     bool region(int x0, int y0, int x1, int y1) {
         for (;;) {
@@ -134,6 +143,7 @@ struct Decoder {
                 error = "split of an empty region";
                 return false;
             }
+            if (x1 - x0 == 2 && y1 - y0 == 2) return quad(pixels + (size_t)y0 * width + x0);
             int xm = x0 + highestPowerOfTwo(x1 - x0 - 1);
             int ym = y0 + highestPowerOfTwo(y1 - y0 - 1);
             if (!region(x0, y0, xm, ym) || !region(xm, y0, x1, ym) || !region(x0, ym, xm, y1)) return false;
