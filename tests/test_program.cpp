@@ -93,6 +93,18 @@ int countFiles(const std::string& dir) {
     return ::testing::AssertionSuccess();
 }
 
+// Packs a corpus deck with pack_slides --verify into an archive (--archive) or a show (-o),
+// once per deck and kind for the whole run.
+std::string packDeck(const std::string& name, const std::string& option) {
+    static TempDir packed;
+    std::string path = packed.file(name + option);
+    if (std::filesystem::exists(path)) return path;
+    RunResult r = runProgram({buildProgram("pack_slides"), corpusDir() + "/" + name, option, path, "--verify"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    return path;
+}
+
 class Corpus : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
@@ -103,14 +115,8 @@ protected:
     }
     std::string deck;
     std::vector<Page> pages;
-    TempDir tmp;
 
-    std::string pack(const std::string& option, const std::string& name) {
-        RunResult r = runProgram({buildProgram("pack_slides"), deck, option, tmp.file(name), "--verify"});
-        EXPECT_EQ(r.status, 0) << r.err;
-        EXPECT_EQ(r.err, "");
-        return tmp.file(name);
-    }
+    std::string pack(const std::string& option) { return packDeck(GetParam(), option); }
 
     void expectScreens(const std::string& dir) {
         EXPECT_EQ(countFiles(dir), (int)pages.size());
@@ -144,7 +150,7 @@ protected:
 };
 
 TEST_P(Corpus, ArchiveExportsEveryScreenExactly) {
-    std::string archive = pack("--archive", "deck.slides");
+    std::string archive = pack("--archive");
     TempDir out;
     RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-screens"}, out.path);
     ASSERT_EQ(r.status, 0) << r.err;
@@ -153,7 +159,7 @@ TEST_P(Corpus, ArchiveExportsEveryScreenExactly) {
 }
 
 TEST_P(Corpus, ArchiveExportsTheLastScreenOfEverySlide) {
-    std::string archive = pack("--archive", "deck.slides");
+    std::string archive = pack("--archive");
     TempDir out;
     RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-slides"}, out.path);
     ASSERT_EQ(r.status, 0) << r.err;
@@ -161,7 +167,7 @@ TEST_P(Corpus, ArchiveExportsTheLastScreenOfEverySlide) {
 }
 
 TEST_P(Corpus, SelfContainedShowReadsItsOwnFile) {
-    std::string show = pack("-o", "show");
+    std::string show = pack("-o");
     TempDir screens, slides;
     RunResult r = runProgram({show, "-png-screens"}, screens.path);
     ASSERT_EQ(r.status, 0) << r.err;
@@ -172,7 +178,7 @@ TEST_P(Corpus, SelfContainedShowReadsItsOwnFile) {
 }
 
 TEST_P(Corpus, BannerAndProgressAreExact) {
-    std::string show = pack("-o", "show");
+    std::string show = pack("-o");
     TempDir out;
     RunResult r = runProgram({show, "-png-screens"}, out.path);
     ASSERT_EQ(r.status, 0);
@@ -185,7 +191,7 @@ TEST_P(Corpus, BannerAndProgressAreExact) {
 }
 
 TEST_P(Corpus, BothSwitchesExportSlides) {
-    std::string archive = pack("--archive", "deck.slides");
+    std::string archive = pack("--archive");
     TempDir out;
     RunResult r = runProgram({buildProgram("view_slides"), archive, "-png-screens", "--png-slides"}, out.path);
     ASSERT_EQ(r.status, 0) << r.err;
@@ -199,9 +205,8 @@ TEST(Debug, DecodesOnlyTheFirstTwentyScreens) {
     std::string deck = corpusDir() + "/conference-talk";
     std::vector<Page> pages = readSlidesTxt(deck);
     ASSERT_GT(pages.size(), 20u);
-    TempDir tmp, out;
-    ASSERT_EQ(runProgram({buildProgram("pack_slides"), deck, "--archive", tmp.file("a")}).status, 0);
-    RunResult r = runProgram({buildProgram("view_slides"), tmp.file("a"), "-debug", "-png-screens"}, out.path);
+    TempDir out;
+    RunResult r = runProgram({buildProgram("view_slides"), packDeck("conference-talk", "--archive"), "-debug", "-png-screens"}, out.path);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(countFiles(out.path), 20);
     EXPECT_TRUE(fileExists(out.file("screen_019.png")));
