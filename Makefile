@@ -18,12 +18,12 @@ build: configure
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 	@JOBS=$(JOBS) scripts/sanitize-test $(BUILD)-sanitize
-	@JOBS=$(JOBS) scripts/fuzz 20 $(BUILD)-fuzz
+	@JOBS=$(JOBS) scripts/fuzz 20 $(BUILD)-fuzz $(BUILD)
 
 # Every fuzz target on its seeds and kept crashes, then fuzzed for DURATION seconds each.
 DURATION ?= 600
 fuzz: deps
-	@JOBS=$(JOBS) scripts/fuzz $(DURATION) $(BUILD)-fuzz
+	@JOBS=$(JOBS) scripts/fuzz $(DURATION) $(BUILD)-fuzz $(BUILD)
 
 # Starts the demo show; without an X display it exports the demo's slides to demo-slides/.
 demo: build
