@@ -1,6 +1,7 @@
 #include "tools/encoder.h"
 
 #include <climits>
+#include <cstring>
 #include <unordered_map>
 #include <utility>
 
@@ -55,11 +56,31 @@ struct Allowed {
     const IndexedPage& page;
     vec<unsigned char> zero;  // 1: equal to the pixel under it, or any colour will do
     const unsigned char* any;
+    // One number per pixel that is equal for two pixels exactly when they allow the same:
+    // -1 for any colour, else the colour number and whether it may be see-through.
+    vec<int> keys;
 
     Cell at(int i) const {
         if (any && any[i]) return Cell{kAny, true};
         int id = page.ids[i];
         return id == 0 ? Cell{kNone, true} : Cell{id, zero[i] != 0};
+    }
+
+    void computeKeys() {
+        keys.resize(page.ids.size);
+        for (int i = 0; i < keys.size; i++) keys[i] = any && any[i] ? -1 : page.ids[i] * 2 + zero[i];
+    }
+
+    // Whether every pixel of the (non-empty) region allows the same as its first pixel.
+    bool pure(int x0, int y0, int x1, int y1, int width) const {
+        int key = keys[y0 * width + x0];
+        for (int y = y0; y < y1; y++) {
+            const int* row = keys.data + y * width;
+            bool same = true;
+            for (int x = x0; x < x1; x++) same &= row[x] == key;
+            if (!same) return false;
+        }
+        return true;
     }
 };
 
@@ -106,6 +127,13 @@ struct Planner {
         if (r.single()) {
             Cell c = allowed.at(r.y0 * width + r.x0);
             long long bits = leafBits(c, &plan[at]);
+            return Result{c, bits};
+        }
+        // A region whose pixels all allow the same is best coded as one leaf: every split
+        // ends in leaves of that same cost.
+        if (allowed.pure(r.x0, r.y0, r.x1, r.y1, width)) {
+            Cell c = allowed.at(r.y0 * width + r.x0);
+            long long bits = kBit + leafBits(c, &plan[at]);
             return Result{c, bits};
         }
         Rect parts[4];
@@ -219,6 +247,25 @@ void estimateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int*
     *cheapest = t.codes[t.shortest].length * kBit;
 }
 
+template <class T>
+void swapVec(vec<T>& a, vec<T>& b) {
+    std::swap(a.data, b.data);
+    std::swap(a.size, b.size);
+    std::swap(a.cap, b.cap);
+}
+
+// estimateCosts in place; false when nothing changed.
+bool updateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int* cheapest) {
+    vec<int> next;
+    next.resize(costs.size);
+    int next_cheapest = 0;
+    estimateCosts(t, counts, next, &next_cheapest);
+    bool changed = next_cheapest != *cheapest || memcmp(next.data, costs.data, sizeof(int) * costs.size) != 0;
+    swapVec(next, costs);
+    *cheapest = next_cheapest;
+    return changed;
+}
+
 struct Counter {
     vec<int>& counts;
     int cheapest = 0;
@@ -257,11 +304,6 @@ struct Emitter {
     }
 };
 
-void swapBytes(vec<unsigned char>& a, vec<unsigned char>& b) {
-    std::swap(a.data, b.data);
-    std::swap(a.size, b.size);
-    std::swap(a.cap, b.cap);
-}
 
 void writeStream(const IndexedPage& page, const vec<int>& plan, const Table& t, vec<unsigned char>& out) {
     const Bitmap& b = *page.bitmap;
@@ -329,10 +371,11 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
         return true;
     }
     int n = page.ids.size;
-    Allowed allowed{page, {}, any};
+    Allowed allowed{page, {}, any, {}};
     allowed.zero.resize(n);
     if (under)
         for (int i = 0; i < n; i++) allowed.zero[i] = b.data[i] == under->data[i];
+    allowed.computeKeys();
 
     // First estimate: every pixel coded as itself, or see-through where it may be.
     vec<int> counts;
@@ -364,9 +407,10 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
         if (t.longest <= 32) {
             candidate.clear();
             writeStream(page, plan, t, candidate);
-            if (best.size == 0 || candidate.size < best.size) swapBytes(best, candidate);
+            if (best.size == 0 || candidate.size < best.size) swapVec(best, candidate);
         }
-        estimateCosts(t, counts, costs, &cheapest);
+        // Unchanged costs would plan the same again.
+        if (!updateCosts(t, counts, costs, &cheapest)) break;
     }
     if (best.size == 0) {
         encodePlainly(page, allowed, out);
