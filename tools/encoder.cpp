@@ -66,9 +66,23 @@ struct Allowed {
         return id == 0 ? Cell{kNone, true} : Cell{id, zero[i] != 0};
     }
 
+    // Marks the pixels equal to the ones under them.
+    void markSame(const Bitmap& under) {
+        const Color* own = page.bitmap->data;
+        const Color* below = under.data;
+        unsigned char* same = zero.data;
+        for (int i = 0, n = zero.size; i < n; i++) same[i] = memcmp(own + i, below + i, sizeof(Color)) == 0;
+    }
+
     void computeKeys() {
-        keys.resize(page.ids.size);
-        for (int i = 0; i < keys.size; i++) keys[i] = any && any[i] ? -1 : page.ids[i] * 2 + zero[i];
+        zeroFill(keys, page.ids.size);
+        int* key = keys.data;
+        const int* id = page.ids.data;
+        const unsigned char* same = zero.data;
+        for (int i = 0, n = keys.size; i < n; i++) key[i] = id[i] * 2 + same[i];
+        if (any)
+            for (int i = 0, n = keys.size; i < n; i++)
+                if (any[i]) key[i] = -1;
     }
 
     // Whether every pixel of the (non-empty) region allows the same as its first pixel.
@@ -346,7 +360,7 @@ void indexPage(const Bitmap& bitmap, IndexedPage& page) {
     page.colours.clear();
     page.colours.push(color_SeeThrough);
     int n = bitmap.width * bitmap.height;
-    page.ids.resize(n);
+    zeroFill(page.ids, n);
     std::unordered_map<uint32_t, int> numbers;
     numbers[colorKey(color_SeeThrough)] = 0;
     uint32_t last_key = colorKey(color_SeeThrough);
@@ -372,16 +386,15 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     }
     int n = page.ids.size;
     Allowed allowed{page, {}, any, {}};
-    allowed.zero.resize(n);
-    if (under)
-        for (int i = 0; i < n; i++) allowed.zero[i] = b.data[i] == under->data[i];
+    zeroFill(allowed.zero, n);
+    if (under) allowed.markSame(*under);
     allowed.computeKeys();
 
     // First estimate: every pixel coded as itself, or see-through where it may be.
     vec<int> counts;
     counts.resize(page.colours.size);
-    for (int i = 0; i < n; i++)
-        if (!(any && any[i])) counts[allowed.zero[i] ? 0 : page.ids[i]]++;
+    for (int key : allowed.keys)
+        if (key >= 0) counts[key & 1 ? 0 : key >> 1]++;
     Table table;
     buildTable(counts, 0, table);
     vec<int> costs;
