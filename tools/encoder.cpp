@@ -353,6 +353,40 @@ void encodePlainly(const IndexedPage& page, const Allowed& allowed, vec<unsigned
     compress(scratch, out, false);
 }
 
+// Plans, counts and rebuilds the codes up to `rounds` times, starting from the symbol counts
+// given; keeps in best the smallest stream written (best empty: none yet).
+void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan, vec<unsigned char>& best) {
+    const IndexedPage& page = allowed.page;
+    const Bitmap& b = *page.bitmap;
+    Table table;
+    buildTable(counts, 0, table);
+    vec<int> costs;
+    costs.resize(page.colours.size);
+    int cheapest = 0;
+    estimateCosts(table, counts, costs, &cheapest);
+    vec<unsigned char> candidate;
+    Rect whole{0, 0, b.width, b.height};
+    for (int round = 0; round < rounds; round++) {
+        plan.clear();
+        Planner planner{allowed, b.width, costs, cheapest, plan};
+        planner.region(whole);
+        counts.clear();
+        counts.resize(page.colours.size);
+        Counter counter{counts};
+        int pos = 0;
+        walkPlan(plan, pos, whole, counter);
+        Table t;
+        buildTable(counts, counter.cheapest, t);
+        if (t.longest <= 32) {
+            candidate.clear();
+            writeStream(page, plan, t, candidate);
+            if (best.size == 0 || candidate.size < best.size) swapVec(best, candidate);
+        }
+        // Unchanged costs would plan the same again.
+        if (!updateCosts(t, counts, costs, &cheapest)) break;
+    }
+}
+
 }  // namespace
 
 void indexPage(const Bitmap& bitmap, IndexedPage& page) {
@@ -390,40 +424,18 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     if (under) allowed.markSame(*under);
     allowed.computeKeys();
 
-    // First estimate: every pixel coded as itself, or see-through where it may be.
-    vec<int> counts;
-    counts.resize(page.colours.size);
-    for (int key : allowed.keys)
-        if (key >= 0) counts[key & 1 ? 0 : key >> 1]++;
-    Table table;
-    buildTable(counts, 0, table);
-    vec<int> costs;
-    costs.resize(page.colours.size);
-    int cheapest = 0;
-    estimateCosts(table, counts, costs, &cheapest);
-
-    vec<unsigned char> best, candidate;
+    // The rounds settle on different choices depending on where they start, so they start
+    // twice: from every pixel that may be see-through coded so, and from every pixel coded as
+    // its own colour.
+    vec<unsigned char> best;
     vec<int> plan;
     plan.reserve(n + n / 2);
-    Rect whole{0, 0, b.width, b.height};
-    for (int round = 0; round < rounds; round++) {
-        plan.clear();
-        Planner planner{allowed, b.width, costs, cheapest, plan};
-        planner.region(whole);
-        counts.clear();
+    for (int start = 0; start < 2; start++) {
+        vec<int> counts;
         counts.resize(page.colours.size);
-        Counter counter{counts};
-        int pos = 0;
-        walkPlan(plan, pos, whole, counter);
-        Table t;
-        buildTable(counts, counter.cheapest, t);
-        if (t.longest <= 32) {
-            candidate.clear();
-            writeStream(page, plan, t, candidate);
-            if (best.size == 0 || candidate.size < best.size) swapVec(best, candidate);
-        }
-        // Unchanged costs would plan the same again.
-        if (!updateCosts(t, counts, costs, &cheapest)) break;
+        for (int key : allowed.keys)
+            if (key >= 0) counts[(key & 1) && start == 0 ? 0 : key >> 1]++;
+        refine(allowed, counts, rounds, plan, best);
     }
     if (best.size == 0) {
         encodePlainly(page, allowed, out);
