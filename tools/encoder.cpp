@@ -227,7 +227,7 @@ void shortenFrequencies(Table& t) {
 
 // counts: leaves per colour number; cheapest: leaves that take any symbol, counted with the most
 // used colour so that it gets the shortest code.
-void buildTable(const vec<int>& counts, int cheapest, Table& t) {
+void buildTable(const vec<int>& counts, int cheapest, Table& t, bool shorten = true) {
     t.index.resize(counts.size);
     t.colours.push(0);
     t.index[0] = 0;
@@ -243,7 +243,7 @@ void buildTable(const vec<int>& counts, int cheapest, Table& t) {
     t.freqs[most] += cheapest;
     vec<Pair<int, int> > tree;
     computeHuffcodes(t.freqs, t.codes, tree);
-    shortenFrequencies(t);
+    if (shorten) shortenFrequencies(t);
     for (int i = 0; i < t.codes.size; i++) {
         if (t.codes[i].length < t.codes[t.shortest].length) t.shortest = i;
         if (t.codes[i].length > t.longest) t.longest = t.codes[i].length;
@@ -283,11 +283,34 @@ bool updateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int* c
 struct Counter {
     vec<int>& counts;
     int cheapest = 0;
+    long long flags = 0;  // split bits: one per region that is not a single pixel
 
-    void operator()(const Rect&, int step) {
+    void operator()(const Rect& r, int step) {
+        if (!r.single()) flags++;
         if (step >= 0) counts[step]++;
         if (step == kCheapest) cheapest++;
     }
+};
+
+// The length in bytes of the stream writeStream would write for the counted plan.
+long long streamBytes(const IndexedPage& page, const Counter& counter, const Table& t) {
+    const Bitmap& b = *page.bitmap;
+    long long bytes = 1 + varintBytes((unsigned)b.width) + varintBytes((unsigned)b.height) +
+                      varintBytes((unsigned)t.colours.size) + 3LL * (t.colours.size - 1);
+    long long bits = counter.flags + (long long)counter.cheapest * t.codes[t.shortest].length;
+    for (int i = 0; i < t.colours.size; i++) {
+        bytes += varintBytes((unsigned)t.freqs[i]);
+        bits += (long long)counter.counts[t.colours[i]] * t.codes[i].length;
+    }
+    return bytes + (bits + 7) / 8;
+}
+
+// The smallest plan found so far, with what rebuilds its table.
+struct BestPlan {
+    long long bytes = -1;  // -1: none yet
+    vec<int> plan;
+    vec<int> counts;
+    int cheapest = 0;
 };
 
 // Collects bits lowest first into bytes; the last byte keeps its unused high bits 0.
@@ -354,8 +377,8 @@ void encodePlainly(const IndexedPage& page, const Allowed& allowed, vec<unsigned
 }
 
 // Plans, counts and rebuilds the codes up to `rounds` times, starting from the symbol counts
-// given; keeps in best the smallest stream written (best empty: none yet).
-void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan, vec<unsigned char>& best) {
+// given; keeps the smallest plan in best.
+void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan, BestPlan& best) {
     const IndexedPage& page = allowed.page;
     const Bitmap& b = *page.bitmap;
     Table table;
@@ -364,7 +387,6 @@ void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan
     costs.resize(page.colours.size);
     int cheapest = 0;
     estimateCosts(table, counts, costs, &cheapest);
-    vec<unsigned char> candidate;
     Rect whole{0, 0, b.width, b.height};
     for (int round = 0; round < rounds; round++) {
         plan.clear();
@@ -376,11 +398,14 @@ void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan
         int pos = 0;
         walkPlan(plan, pos, whole, counter);
         Table t;
-        buildTable(counts, counter.cheapest, t);
-        if (t.longest <= 32) {
-            candidate.clear();
-            writeStream(page, plan, t, candidate);
-            if (best.size == 0 || candidate.size < best.size) swapVec(best, candidate);
+        buildTable(counts, counter.cheapest, t, false);
+        long long bytes = streamBytes(page, counter, t);
+        if (t.longest <= 32 && (best.bytes < 0 || bytes < best.bytes)) {
+            best.bytes = bytes;
+            swapVec(best.plan, plan);
+            best.counts.clear();
+            for (int c : counts) best.counts.push(c);
+            best.cheapest = counter.cheapest;
         }
         // Unchanged costs would plan the same again.
         if (!updateCosts(t, counts, costs, &cheapest)) break;
@@ -427,7 +452,7 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     // The rounds settle on different choices depending on where they start, so they start
     // twice: from every pixel that may be see-through coded so, and from every pixel coded as
     // its own colour.
-    vec<unsigned char> best;
+    BestPlan best;
     vec<int> plan;
     plan.reserve(n + n / 2);
     for (int start = 0; start < 2; start++) {
@@ -437,10 +462,12 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
             if (key >= 0) counts[(key & 1) && start == 0 ? 0 : key >> 1]++;
         refine(allowed, counts, rounds, plan, best);
     }
-    if (best.size == 0) {
+    if (best.bytes < 0) {
         encodePlainly(page, allowed, out);
         return false;
     }
-    for (unsigned char c : best) out.push(c);
+    Table t;
+    buildTable(best.counts, best.cheapest, t);
+    writeStream(page, best.plan, t, out);
     return true;
 }
