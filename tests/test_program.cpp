@@ -219,7 +219,7 @@ std::string smallArchive(ArchiveLayout layout, const std::string& prefix = "") {
     bg.data = allocPixels(24, 16);
     bg.width = 24;
     bg.height = 16;
-    for (int i = 0; i < 24 * 16; i++) bg.data[i] = Color{(unsigned char)(i * 7), 40, (unsigned char)(i / 24 * 9), 0};
+    for (int i = 0; i < 24 * 16; i++) bg.data[i] = Color{(unsigned char)(i % 4 * 60), 40, (unsigned char)(i / 24 % 3 * 80), 0};
     vec<vec<unsigned char> > backgrounds;
     compress(bg, backgrounds.push(), false);
     vec<ScreenRecord> screens;
@@ -274,7 +274,7 @@ TEST(MalformedArchive, EveryCorruptedByteIsHandled) {
     TempDir tmp;
     int rejected = 0;
     for (size_t at = 0; at < archive.size(); at++)
-        for (int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
+        for (int value : {0x00, 0x80, 0xFF}) {
             std::string bad = archive;
             bad[at] = (char)value;
             writeAll(tmp.file("bad"), bad);
