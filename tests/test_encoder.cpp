@@ -46,11 +46,12 @@ Color randomColour(std::mt19937& rng, int palette) {
 
 vec<unsigned char> encoded;
 
-vec<unsigned char>& encode(const Bitmap& page, const Bitmap* under, const unsigned char* any, int rounds = 3) {
+vec<unsigned char>& encode(const Bitmap& page, const Bitmap* under, const unsigned char* any,
+                           Effort effort = kFullEffort) {
     IndexedPage indexed;
     indexPage(page, indexed);
     encoded.clear();
-    EXPECT_TRUE(encodePage(indexed, under, any, rounds, encoded));
+    EXPECT_TRUE(encodePage(indexed, under, any, effort, encoded));
     return encoded;
 }
 
@@ -95,9 +96,9 @@ TEST(Encoder, ManyColoursRoundTrip) {
         page.data[i] = Color{(unsigned char)rng(), (unsigned char)rng(), (unsigned char)rng(), 0};
         under.data[i] = i % 5 ? page.data[i] : Color{1, 2, 3, 0};
     }
-    for (int rounds : {1, 2, 5}) {
-        EXPECT_TRUE(reproduces(encode(page, nullptr, nullptr, rounds), page, nullptr, nullptr));
-        EXPECT_TRUE(reproduces(encode(page, &under, nullptr, rounds), page, &under, nullptr));
+    for (Effort effort : {kQuickEffort, Effort{2, 2}, Effort{1, 5}}) {
+        EXPECT_TRUE(reproduces(encode(page, nullptr, nullptr, effort), page, nullptr, nullptr));
+        EXPECT_TRUE(reproduces(encode(page, &under, nullptr, effort), page, &under, nullptr));
     }
 }
 

@@ -436,7 +436,7 @@ void indexPage(const Bitmap& bitmap, IndexedPage& page) {
     }
 }
 
-bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, int rounds,
+bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, Effort effort,
                 vec<unsigned char>& out) {
     const Bitmap& b = *page.bitmap;
     if (b.width <= 0 || b.height <= 0) {
@@ -449,18 +449,18 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     if (under) allowed.markSame(*under);
     allowed.computeKeys();
 
-    // The rounds settle on different choices depending on where they start, so they start
+    // The rounds settle on different choices depending on where they start, so they may start
     // twice: from every pixel that may be see-through coded so, and from every pixel coded as
     // its own colour.
     BestPlan best;
     vec<int> plan;
     plan.reserve(n + n / 2);
-    for (int start = 0; start < 2; start++) {
+    for (int start = 0; start < effort.starts; start++) {
         vec<int> counts;
         counts.resize(page.colours.size);
         for (int key : allowed.keys)
             if (key >= 0) counts[(key & 1) && start == 0 ? 0 : key >> 1]++;
-        refine(allowed, counts, rounds, plan, best);
+        refine(allowed, counts, effort.rounds, plan, best);
     }
     if (best.bytes < 0) {
         encodePlainly(page, allowed, out);

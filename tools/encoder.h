@@ -28,10 +28,19 @@ struct IndexedPage {
 
 void indexPage(const Bitmap& bitmap, IndexedPage& page);
 
+// How hard encodePage tries: the rounds of code rebuilding start from `starts` (1 or 2)
+// estimates, and each runs at most `rounds` rounds (at least 1).
+struct Effort {
+    int starts;
+    int rounds;
+};
+const Effort kQuickEffort{1, 1};
+const Effort kFullEffort{2, 3};
+
 // Appends to out a stream whose decoded pixels, with see-through pixels replaced by under's
 // pixels (under null: nothing replaces them), equal the page's opaque pixels wherever `any` is
 // null or 0. Where any[i] is non-zero the pixel may decode to anything. under must have the
-// page's size. rounds is how often the codes are rebuilt from the choices made (at least 1).
-// Returns false when it had to fall back to the plain encoder (codes longer than 32 bits).
-bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, int rounds,
+// page's size. Returns false when it had to fall back to the plain encoder (codes longer than
+// 32 bits).
+bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, Effort effort,
                 vec<unsigned char>& out);

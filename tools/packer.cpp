@@ -8,9 +8,6 @@
 
 namespace {
 
-// How often the encoder rebuilds its codes from its choices.
-const int kRounds = 3;
-
 void makeBitmap(Bitmap& b, int width, int height) {
     b.data = allocPixels(width, height);
     b.width = width;
@@ -56,10 +53,17 @@ void moveBytes(vec<unsigned char>& from, vec<unsigned char>& to) {
     std::swap(to.cap, from.cap);
 }
 
-// A screen's streams over each candidate background (by candidate number) and over the previous page.
+// A screen's streams over each candidate background (by candidate number) and over the previous
+// page. Most are quick estimates; `full` tells which were encoded with full effort.
 struct Options {
     vec<vec<unsigned char> > over_background;
     vec<unsigned char> over_previous;  // empty for the first page
+    vec<bool> full;                    // per reference: previous first, then the candidates
+
+    vec<unsigned char>& stream(int reference) { return reference < 0 ? over_previous : over_background[reference]; }
+    const vec<unsigned char>& stream(int reference) const {
+        return reference < 0 ? over_previous : over_background[reference];
+    }
 };
 
 // Which reference each screen uses: a candidate number, or -1 for the previous screen.
@@ -82,7 +86,7 @@ void markShown(const vec<Options>& options, const vec<int>& choice, int candidat
     zeroFill(origin, pixels);
     for (int i = 0; i < choice.size; i++) {
         const Options& o = options[i];
-        const vec<unsigned char>& stream = choice[i] < 0 ? o.over_previous : o.over_background[choice[i]];
+        const vec<unsigned char>& stream = o.stream(choice[i]);
         const unsigned char* in = stream.data;
         Bitmap decoded;
         bool decoded_ok = !decompress(decoded, in, stream.data + stream.size);
@@ -122,17 +126,44 @@ void planWith(const vec<Options>& options, const vec<IndexedPage>& candidates, c
     for (int c = 0; c < candidates.size; c++) {
         if (!in_use[c]) continue;
         for (int p = 0; p < pixels; p++) unseen[p] = !shown[c][p];
-        encodePage(candidates[c], nullptr, unseen.data, kRounds, plan.backgrounds[c]);
+        encodePage(candidates[c], nullptr, unseen.data, kFullEffort, plan.backgrounds[c]);
         plan.total += plan.backgrounds[c].size;
     }
 }
 
-// Encodes page i over every candidate and over the previous page.
+// Encodes page i over reference r (a candidate number, or -1 for the previous page), with full
+// effort or as a quick estimate.
+void encodeOption(const vec<IndexedPage>& pages, int i, const vec<IndexedPage>& candidates, int r, bool full,
+                  Options& o) {
+    vec<unsigned char>& stream = o.stream(r);
+    stream.clear();
+    const Bitmap* under = r < 0 ? pages[i - 1].bitmap : candidates[r].bitmap;
+    encodePage(pages[i], under, nullptr, full ? kFullEffort : kQuickEffort, stream);
+    o.full[r + 1] = full;
+}
+
+// Estimates page i over every candidate and over the previous page, then encodes the smallest
+// with full effort.
 void encodeOptions(const vec<IndexedPage>& pages, int i, const vec<IndexedPage>& candidates, Options& o) {
     o.over_background.resize(candidates.size);
-    for (int c = 0; c < candidates.size; c++)
-        encodePage(pages[i], candidates[c].bitmap, nullptr, kRounds, o.over_background[c]);
-    if (i > 0) encodePage(pages[i], pages[i - 1].bitmap, nullptr, kRounds, o.over_previous);
+    o.full.resize(candidates.size + 1);
+    for (int r = i > 0 ? -1 : 0; r < candidates.size; r++) encodeOption(pages, i, candidates, r, false, o);
+    vec<bool> all;
+    for (int c = 0; c < candidates.size; c++) all.push(true);
+    long long bytes;
+    encodeOption(pages, i, candidates, bestReference(o, all, &bytes), true, o);
+}
+
+// Encodes with full effort every chosen reference that is still an estimate; true if any was.
+bool refineChosen(const vec<IndexedPage>& pages, const vec<IndexedPage>& candidates, const vec<int>& choice,
+                  vec<Options>& options) {
+    bool any = false;
+    for (int i = 0; i < choice.size; i++) {
+        if (options[i].full[choice[i] + 1]) continue;
+        encodeOption(pages, i, candidates, choice[i], true, options[i]);
+        any = true;
+    }
+    return any;
 }
 
 // Fills the show from the plan: candidates that no screen uses are dropped.
@@ -151,7 +182,7 @@ void writePlan(vec<Options>& options, Plan& plan, PackedShow& show) {
     for (int i = 0; i < options.size; i++) {
         int k = plan.choice[i];
         show.screens[i].selector = k < 0 ? show.backgrounds.size : number[k];
-        moveBytes(k < 0 ? options[i].over_previous : options[i].over_background[k], show.screens[i].payload);
+        moveBytes(options[i].stream(k), show.screens[i].payload);
     }
 }
 
@@ -197,6 +228,12 @@ void packPages(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& sho
             best = plans.size - 1;
         else
             in_use[c] = false;
+    }
+    // Streams chosen from estimates are encoded in full; that only makes them smaller, but the
+    // pixels they let show change, so the backgrounds are planned again.
+    if (refineChosen(indexed, candidates, plans[best].choice, options)) {
+        best = plans.size;
+        planWith(options, candidates, in_use, plans.push());
     }
     writePlan(options, plans[best], show);
 }
