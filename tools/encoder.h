@@ -35,7 +35,7 @@ struct Effort {
     int rounds;
 };
 const Effort kQuickEffort{1, 1};
-const Effort kFullEffort{2, 3};
+const Effort kFullEffort{2, 2};
 
 // Appends to out a stream whose decoded pixels, with see-through pixels replaced by under's
 // pixels (under null: nothing replaces them), equal the page's opaque pixels wherever `any` is
