@@ -153,6 +153,22 @@ TEST(Encoder, UnseenPixelsTakeAnyColour) {
     EXPECT_LE(encode(page, nullptr, any.data).size, 10);
 }
 
+TEST(Encoder, FullEffortIsNeverLargerThanTheQuickEstimate) {
+    // Full effort runs the quick estimate's round among others and keeps the smallest plan.
+    std::mt19937 rng(31);
+    for (int trial = 0; trial < 6; trial++) {
+        Bitmap page, under;
+        blockyPage(page, 120 + trial * 13, 90 + trial * 7, 3 + trial * 40, rng);
+        blockyPage(under, page.width, page.height, 3 + trial * 40, rng);
+        for (int i = 0; i < page.width * page.height; i++)
+            if (rng() % (trial + 2) == 0) under.data[i] = page.data[i];
+        int quick = encode(page, &under, nullptr, kQuickEffort).size;
+        vec<unsigned char>& full = encode(page, &under, nullptr, kFullEffort);
+        EXPECT_TRUE(reproduces(full, page, &under, nullptr)) << "trial " << trial;
+        EXPECT_LE(full.size, quick) << "trial " << trial;
+    }
+}
+
 TEST(Encoder, FewerBytesThanThePlainEncoderOnCorpusPages) {
     if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
     for (const char* deck : {"conference-talk", "metropolis"}) {
