@@ -59,6 +59,7 @@ struct Allowed {
     // One number per pixel that is equal for two pixels exactly when they allow the same:
     // -1 for any colour, else the colour number and whether it may be see-through.
     vec<int> keys;
+    vec<int> runs;  // per pixel: how many pixels from it rightwards in its row share its key
 
     Cell at(int i) const {
         if (any && any[i]) return Cell{kAny, true};
@@ -85,15 +86,22 @@ struct Allowed {
                 if (any[i]) key[i] = -1;
     }
 
+    void computeRuns(int width) {
+        zeroFill(runs, keys.size);
+        for (int row = 0; row < keys.size; row += width) {
+            const int* key = keys.data + row;
+            int* run = runs.data + row;
+            run[width - 1] = 1;
+            for (int x = width - 2; x >= 0; x--) run[x] = key[x] == key[x + 1] ? run[x + 1] + 1 : 1;
+        }
+    }
+
     // Whether every pixel of the (non-empty) region allows the same as its first pixel.
     bool pure(int x0, int y0, int x1, int y1, int width) const {
-        int key = keys[y0 * width + x0];
-        for (int y = y0; y < y1; y++) {
-            const int* row = keys.data + y * width;
-            bool same = true;
-            for (int x = x0; x < x1; x++) same &= row[x] == key;
-            if (!same) return false;
-        }
+        int first = y0 * width + x0;
+        int key = keys[first];
+        for (int i = first; i < y1 * width; i += width)
+            if (keys[i] != key || runs[i] < x1 - x0) return false;
         return true;
     }
 };
@@ -382,7 +390,7 @@ void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan
     const IndexedPage& page = allowed.page;
     const Bitmap& b = *page.bitmap;
     Table table;
-    buildTable(counts, 0, table);
+    buildTable(counts, 0, table, false);
     vec<int> costs;
     costs.resize(page.colours.size);
     int cheapest = 0;
@@ -444,10 +452,11 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
         return true;
     }
     int n = page.ids.size;
-    Allowed allowed{page, {}, any, {}};
+    Allowed allowed{page, {}, any, {}, {}};
     zeroFill(allowed.zero, n);
     if (under) allowed.markSame(*under);
     allowed.computeKeys();
+    allowed.computeRuns(b.width);
 
     // The rounds settle on different choices depending on where they start, so they may start
     // twice: from every pixel that may be see-through coded so, and from every pixel coded as
