@@ -10,6 +10,11 @@ bool debug = false;
 
 static const int DEBUG_SCREENS = 20;
 
+// Every record may declare the largest bitmap, and records may share one payload, so a tiny
+// archive could ask for any amount of memory. The pixels held at once are bounded instead.
+static const long long kMaxBackgroundPixels = 2 * kMaxPixels;  // all backgrounds together
+static const long long kMaxShowPixels = 16 * kMaxPixels;       // all screens' images together
+
 static void releaseAll(vec<Bitmap>& bitmaps) {
     for (int i = 0; i < bitmaps.size; i++) bitmaps[i].clear();
     bitmaps.release();
@@ -79,11 +84,14 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
 
     vec<unsigned char> payload;
     int selector = 0;
+    long long background_pixels = 0;
     for (int i = 0; i < nb && !error; i++) {
         error = readRecord(archive, index, i, &selector, payload);
         if (progress) fprintf(progress, "** Decompressing background %d/%d\r", i + 1, nb), fflush(progress);
         if (!error) error = decompress(backgrounds[i], payload);
         payload.release();
+        background_pixels += (long long)backgrounds[i].width * backgrounds[i].height;
+        if (!error && background_pixels > kMaxBackgroundPixels) error = "Backgrounds too large to hold.";
     }
     if (progress) fputc('\n', progress);
 
@@ -103,6 +111,10 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         }
         const Bitmap& under = selector == nb ? screens[i - 1] : backgrounds[selector];
         if (i == 0) width = screens[0].width, height = screens[0].height;
+        if ((long long)width * height * (debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns) > kMaxShowPixels) {
+            error = "Screens too large to hold.";
+            break;
+        }
         error = checkSizes(screens[i], under, width, height);
         if (error) break;
         composite(screens[i], under);

@@ -319,6 +319,42 @@ TEST(MalformedArchive, CorruptedOffsetsAndSelectorsInTheProgram) {
     }
 }
 
+// An archive whose records all point at one tiny stream of a huge one-colour bitmap.
+std::string hugeRecordsArchive(int nb, int ns) {
+    Bitmap big;
+    big.data = allocPixels(4096, 4096);
+    big.width = big.height = 4096;
+    for (int i = 0; i < 4096 * 4096; i++) big.data[i] = Color{0, 0, 0, 0};
+    vec<unsigned char> stream;
+    compress(big, stream, false);
+    std::string record(1, '\0');  // a screen's selector: background 0
+    record += std::string(1, (char)stream.size) + std::string((const char*)stream.data, stream.size);
+    std::string index = std::string(1, (char)nb) + std::string(1, (char)ns);
+    for (int i = 0; i < nb; i++) index += '\1';  // every background at offset 1: length, payload
+    for (int i = 0; i < ns; i++) index += '\0';  // every screen at offset 0: selector, length, payload
+    index += std::string(ns, '\0');
+    std::string trailer(8, '\0');
+    trailer[0] = (char)record.size();
+    return record + index + trailer;
+}
+
+TEST(MalformedArchive, MemoryStaysBoundedWhateverTheRecordsClaim) {
+    TempDir tmp, out;
+    struct Case {
+        int nb, ns;
+        const char* error;
+    } cases[] = {
+        {20, 1, "ERROR! Backgrounds too large to hold.\n"},
+        {1, 100, "ERROR! Screens too large to hold.\n"},
+    };
+    for (const Case& c : cases) {
+        writeAll(tmp.file("huge"), hugeRecordsArchive(c.nb, c.ns));
+        RunResult r = runProgram({buildProgram("view_slides"), tmp.file("huge"), "-png-screens"}, out.path);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err, c.error);
+    }
+}
+
 TEST(MalformedArchive, IntactArchiveExports) {
     std::string archive = smallArchive(ARCHIVE_SEPARATE);
     TempDir tmp, out;
