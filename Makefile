@@ -18,7 +18,7 @@ build: configure
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 	@JOBS=$(JOBS) scripts/sanitize-test $(BUILD)-sanitize
-	@JOBS=$(JOBS) scripts/fuzz 20 $(BUILD)-fuzz $(BUILD)
+	@JOBS=$(JOBS) scripts/fuzz 10 $(BUILD)-fuzz $(BUILD)
 
 # Every fuzz target on its seeds and kept crashes, then fuzzed for DURATION seconds each.
 DURATION ?= 600
