@@ -1,7 +1,9 @@
 // vec: the growable array used everywhere. Storage comes from smart_realloc / smart_free;
 // elements are moved as raw bytes when the array grows, so T must be trivially relocatable.
 #pragma once
+#include <cstring>
 #include <new>
+#include <type_traits>
 
 #include "support/alloc.h"
 
@@ -54,8 +56,18 @@ struct vec {
     // Grows to n elements (new ones value-initialised) or drops the elements past n.
     void resize(int n) {
         reserve(n);
+        if (std::is_trivially_default_constructible<T>::value && size < n) {
+            memset((void*)(data + size), 0, sizeof(T) * (size_t)(n - size));  // value-initialised: zero
+            size = n;
+        }
         while (size < n) new (data + size++) T();
         while (size > n) data[--size].~T();
+    }
+
+    // Drops the elements and grows back to n value-initialised ones.
+    void assignZero(int n) {
+        clear();
+        resize(n);
     }
 
     // Drops the elements, keeps the storage.

@@ -76,7 +76,7 @@ struct Allowed {
     }
 
     void computeKeys() {
-        zeroFill(keys, page.ids.size);
+        keys.assignZero(page.ids.size);
         int* key = keys.data;
         const int* id = page.ids.data;
         const unsigned char* same = zero.data;
@@ -87,7 +87,7 @@ struct Allowed {
     }
 
     void computeRuns(int width) {
-        zeroFill(runs, keys.size);
+        runs.assignZero(keys.size);
         for (int row = 0; row < keys.size; row += width) {
             const int* key = keys.data + row;
             int* run = runs.data + row;
@@ -427,7 +427,7 @@ void indexPage(const Bitmap& bitmap, IndexedPage& page) {
     page.colours.clear();
     page.colours.push(color_SeeThrough);
     int n = bitmap.width * bitmap.height;
-    zeroFill(page.ids, n);
+    page.ids.assignZero(n);
     std::unordered_map<uint32_t, int> numbers;
     numbers[colorKey(color_SeeThrough)] = 0;
     uint32_t last_key = colorKey(color_SeeThrough);
@@ -453,7 +453,7 @@ bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned cha
     }
     int n = page.ids.size;
     Allowed allowed{page, {}, any, {}, {}};
-    zeroFill(allowed.zero, n);
+    allowed.zero.assignZero(n);
     if (under) allowed.markSame(*under);
     allowed.computeKeys();
     allowed.computeRuns(b.width);

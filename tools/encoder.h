@@ -2,21 +2,9 @@
 // the quadtree whether its pixels are coded as their own colour or as see-through (showing what
 // lies under the screen), and writing the frequencies of the symbols actually coded.
 #pragma once
-#include <cstring>
 
 #include "codec/bitmap.h"
 #include "support/vec.h"
-
-// Sizes an array of plain numbers to n zeros in one go (resize constructs element by element,
-// which is slow over a whole page).
-template <class T>
-void zeroFill(vec<T>& v, int n) {
-    v.size = 0;
-    if (n <= 0) return;
-    v.reserve(n);
-    memset(v.data, 0, sizeof(T) * (unsigned)n);
-    v.size = n;
-}
 
 // A page's distinct colours and the colour number of every pixel (0 = the see-through pixel),
 // computed once and shared by every encoding of the page.

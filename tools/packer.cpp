@@ -20,7 +20,7 @@ void majorityBackground(const vec<Bitmap>& pages, Bitmap& bg) {
     int n = first.width * first.height;
     makeBitmap(bg, first.width, first.height);
     vec<int> votes;
-    zeroFill(votes, n);
+    votes.assignZero(n);
     memcpy(bg.data, first.data, (size_t)n * sizeof(Color));
     for (int p = 0; p < pages.size; p++)
         for (int i = 0; i < n; i++) {
@@ -81,9 +81,9 @@ int bestReference(const Options& o, const vec<bool>& in_use, long long* bytes) {
 void markShown(const vec<Options>& options, const vec<int>& choice, int candidates, int pixels,
                vec<vec<unsigned char> >& shown) {
     shown.resize(candidates);
-    for (int c = 0; c < candidates; c++) zeroFill(shown[c], pixels);
+    for (int c = 0; c < candidates; c++) shown[c].assignZero(pixels);
     vec<int> origin;  // per pixel: the candidate the current screen shows there, or -1
-    zeroFill(origin, pixels);
+    origin.assignZero(pixels);
     for (int i = 0; i < choice.size; i++) {
         const Options& o = options[i];
         const vec<unsigned char>& stream = o.stream(choice[i]);
@@ -122,7 +122,7 @@ void planWith(const vec<Options>& options, const vec<IndexedPage>& candidates, c
     markShown(options, plan.choice, candidates.size, pixels, shown);
     plan.backgrounds.resize(candidates.size);
     vec<unsigned char> unseen;
-    zeroFill(unseen, pixels);
+    unseen.assignZero(pixels);
     for (int c = 0; c < candidates.size; c++) {
         if (!in_use[c]) continue;
         for (int p = 0; p < pixels; p++) unseen[p] = !shown[c][p];
