@@ -12,15 +12,6 @@ unsigned long long getIntUnpacked(File& file);
 
 namespace {
 
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-void writeAll(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-
 void bytes(vec<unsigned char>& v, std::initializer_list<int> list) {
     for (int b : list) v.push((unsigned char)b);
 }
@@ -44,12 +35,12 @@ std::string writeSample(const std::string& path, ArchiveLayout layout, const std
     vec<ScreenRecord> screens;
     vec<bool> flags;
     sample(backgrounds, screens, flags);
-    writeAll(path, prefix);
+    writeFileBytes(path, prefix);
     File out;
     out.open(path.c_str(), "a");
     writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
     out.close();
-    return readAll(path);
+    return readFileBytes(path);
 }
 
 TEST(Archive, SeparateLayoutIsDense) {
@@ -99,7 +90,7 @@ TEST(Archive, ReadsBackWhatWasWritten) {
 
 TEST(Archive, TrailerWordReadAtEndOfFileSetsTheHighBits) {
     TempDir tmp;
-    writeAll(tmp.file("t"), std::string("\x34\x12", 2));
+    writeFileBytes(tmp.file("t"), std::string("\x34\x12", 2));
     File in;
     in.open(tmp.file("t").c_str(), "rb");
     EXPECT_EQ(getIntUnpacked(in), 0xFFFFFFFFFFFF1234ull);
@@ -110,7 +101,7 @@ TEST(Archive, PayloadBytesPastTheEndReadAs0xFF) {
     // trailer bytes that follow it, then 4 bytes past the end of the file.
     TempDir tmp;
     std::string file = std::string("\x01\x00\x03\x0C", 4) + std::string(8, '\0');
-    writeAll(tmp.file("p"), file);
+    writeFileBytes(tmp.file("p"), file);
     File in;
     in.open(tmp.file("p").c_str(), "rb");
     ArchiveIndex index;
@@ -135,7 +126,7 @@ TEST(Archive, RejectsWhatPointsOutsideTheFile) {
         {std::string("\x7F\x00\x00", 3) + std::string(8, '\0'), "more records than bytes"},
     };
     for (const Case& c : cases) {
-        writeAll(tmp.file("bad"), c.bytes);
+        writeFileBytes(tmp.file("bad"), c.bytes);
         File in;
         in.open(tmp.file("bad").c_str(), "rb");
         ArchiveIndex index;
@@ -148,7 +139,7 @@ TEST(Archive, RejectsASelectorOutOfRange) {
     // index at 3: nb 0, ns 1, offset 0, flag 0; the screen record selects background 2 of none.
     std::string file = std::string("\x02\x00\x00", 3) + std::string("\x00\x01\x00\x00", 4) +
                        std::string("\x03\0\0\0\0\0\0\0", 8);
-    writeAll(tmp.file("s"), file);
+    writeFileBytes(tmp.file("s"), file);
     File in;
     in.open(tmp.file("s").c_str(), "rb");
     ArchiveIndex index;

@@ -56,17 +56,6 @@ bool fileExists(const std::string& path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-void writeAll(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
 // Both PNG files hold the same pixels.
 ::testing::AssertionResult samePng(const std::string& a, const std::string& b) {
     Bitmap x, y;
@@ -237,19 +226,19 @@ std::string smallArchive(ArchiveLayout layout, const std::string& prefix = "") {
         flags.push(s == 2);
     }
     std::string path = std::string(::testing::TempDir()) + "/small_archive";
-    writeAll(path, prefix);
+    writeFileBytes(path, prefix);
     File out;
     out.open(path.c_str(), "a");
     writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
     out.close();
-    return readAll(path);
+    return readFileBytes(path);
 }
 
 TEST(MalformedArchive, EveryTruncationGivesOneErrorLine) {
     std::string archive = smallArchive(ARCHIVE_SEPARATE);
     TempDir tmp, out;
     for (size_t n = 0; n < archive.size(); n++) {
-        writeAll(tmp.file("cut"), archive.substr(0, n));
+        writeFileBytes(tmp.file("cut"), archive.substr(0, n));
         RunResult r = runProgram({buildProgram("view_slides"), tmp.file("cut"), "-png-screens"}, out.path);
         EXPECT_EQ(r.status, 1) << "cut at " << n;
         EXPECT_TRUE(oneErrorLine(r)) << "cut at " << n;
@@ -277,7 +266,7 @@ TEST(MalformedArchive, EveryCorruptedByteIsHandled) {
         for (int value : {0x00, 0x80, 0xFF}) {
             std::string bad = archive;
             bad[at] = (char)value;
-            writeAll(tmp.file("bad"), bad);
+            writeFileBytes(tmp.file("bad"), bad);
             Show show;
             const char* error = unpackFile(tmp.file("bad"), show);
             if (error) {
@@ -312,7 +301,7 @@ TEST(MalformedArchive, CorruptedOffsetsAndSelectorsInTheProgram) {
     for (const Case& c : cases) {
         std::string bad = archive;
         bad[c.at] = c.value;
-        writeAll(tmp.file("bad"), bad);
+        writeFileBytes(tmp.file("bad"), bad);
         RunResult r = runProgram({buildProgram("view_slides"), tmp.file("bad"), "-png-screens"}, out.path);
         EXPECT_EQ(r.status, 1) << c.what;
         EXPECT_TRUE(oneErrorLine(r)) << c.what;
@@ -348,7 +337,7 @@ TEST(MalformedArchive, MemoryStaysBoundedWhateverTheRecordsClaim) {
         {1, 100, "ERROR! Screens too large to hold.\n"},
     };
     for (const Case& c : cases) {
-        writeAll(tmp.file("huge"), hugeRecordsArchive(c.nb, c.ns));
+        writeFileBytes(tmp.file("huge"), hugeRecordsArchive(c.nb, c.ns));
         RunResult r = runProgram({buildProgram("view_slides"), tmp.file("huge"), "-png-screens"}, out.path);
         EXPECT_EQ(r.status, 1);
         EXPECT_EQ(r.err, c.error);
@@ -358,7 +347,7 @@ TEST(MalformedArchive, MemoryStaysBoundedWhateverTheRecordsClaim) {
 TEST(MalformedArchive, IntactArchiveExports) {
     std::string archive = smallArchive(ARCHIVE_SEPARATE);
     TempDir tmp, out;
-    writeAll(tmp.file("good"), archive);
+    writeFileBytes(tmp.file("good"), archive);
     RunResult r = runProgram({buildProgram("view_slides"), tmp.file("good"), "-png-screens"}, out.path);
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(countFiles(out.path), 3);
@@ -405,7 +394,7 @@ TEST(PackSlides, BadInputLeavesNoOutput) {
     if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
     std::string page = corpusDir() + "/metropolis/page_001.png";
     TempDir tmp;
-    writeAll(tmp.file("not.png"), "this is not a PNG file");
+    writeFileBytes(tmp.file("not.png"), "this is not a PNG file");
     Bitmap small;
     small.data = allocPixels(10, 10);
     small.width = small.height = 10;

@@ -60,13 +60,6 @@ void writeShow(const std::string& path, const TestShow& show) {
     out.close();
 }
 
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 void sleepMs(int ms) {
     timespec t = {ms / 1000, (ms % 1000) * 1000000L};
     nanosleep(&t, nullptr);
@@ -160,8 +153,8 @@ public:
         return -1;
     }
 
-    std::string out() const { return readAll(out_); }
-    std::string err() const { return readAll(err_); }
+    std::string out() const { return readFileBytes(out_); }
+    std::string err() const { return readFileBytes(err_); }
 
 private:
     std::string compare(int i, int w, int h) {

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <sstream>
 
-static std::string slurp(const std::string& path) {
+std::string readFileBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
@@ -43,9 +43,13 @@ RunResult runProgram(const std::vector<std::string>& argv, const std::string& cw
     RunResult r;
     if (WIFEXITED(wstatus)) r.status = WEXITSTATUS(wstatus);
     if (WIFSIGNALED(wstatus)) r.signal = WTERMSIG(wstatus);
-    r.out = slurp(out_path);
-    r.err = slurp(err_path);
+    r.out = readFileBytes(out_path);
+    r.err = readFileBytes(err_path);
     return r;
+}
+
+void writeFileBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 TempDir::TempDir() {

@@ -23,6 +23,10 @@ struct TempDir {
     std::string file(const std::string& name) const { return path + "/" + name; }
 };
 
+// A whole file's bytes ("" when it cannot be read), and writing bytes as a whole file.
+std::string readFileBytes(const std::string& path);
+void writeFileBytes(const std::string& path, const std::string& bytes);
+
 // The program's path in the build folder.
 std::string buildProgram(const std::string& name);
 

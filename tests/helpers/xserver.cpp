@@ -134,21 +134,14 @@ RunResult XServer::run(const std::vector<std::string>& argv, const std::string& 
     return runProgram(argv, cwd, {"DISPLAY=" + name()});
 }
 
-static std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 static RunResult collect(pid_t pid, const TempDir& io) {
     int wstatus = 0;
     waitpid(pid, &wstatus, 0);
     RunResult r;
     if (WIFEXITED(wstatus)) r.status = WEXITSTATUS(wstatus);
     if (WIFSIGNALED(wstatus)) r.signal = WTERMSIG(wstatus);
-    r.out = slurp(io.file("out"));
-    r.err = slurp(io.file("err"));
+    r.out = readFileBytes(io.file("out"));
+    r.err = readFileBytes(io.file("err"));
     return r;
 }
 
