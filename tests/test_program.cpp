@@ -1,5 +1,9 @@
 // End-to-end tests of view_slides and pack_slides on the real corpus and on hand-made archives.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -351,6 +355,47 @@ TEST(MalformedArchive, IntactArchiveExports) {
     RunResult r = runProgram({buildProgram("view_slides"), tmp.file("good"), "-png-screens"}, out.path);
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(countFiles(out.path), 3);
+}
+
+// Starts the program, interrupts it after delay_ms with SIGINT and returns its wait status.
+int interruptAfter(const std::vector<std::string>& argv, const std::string& cwd, int delay_ms) {
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (chdir(cwd.c_str()) != 0) _exit(126);
+        int null_fd = open("/dev/null", O_WRONLY);
+        dup2(null_fd, 1);
+        dup2(null_fd, 2);
+        std::vector<char*> args;
+        for (const std::string& a : argv) args.push_back((char*)a.c_str());
+        args.push_back(nullptr);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    usleep(delay_ms * 1000);
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return status;
+}
+
+TEST(Interrupt, CtrlCWhileUnpackingEndsWithStatus255) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    std::string archive = packDeck("conference-talk", "--archive");
+    TempDir out;
+    int status = interruptAfter({buildProgram("view_slides"), archive, "-png-screens"}, out.path, 300);
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by a signal";
+    EXPECT_EQ(WEXITSTATUS(status), 255);
+    EXPECT_LT(countFiles(out.path), 31) << "interrupted before the end";
+}
+
+TEST(Interrupt, CtrlCWhilePackingLeavesNoOutput) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    TempDir out;
+    int status = interruptAfter(
+        {buildProgram("pack_slides"), corpusDir() + "/conference-talk", "-o", out.file("show")}, out.path, 300);
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by a signal";
+    EXPECT_EQ(WEXITSTATUS(status), 255);
+    EXPECT_EQ(countFiles(out.path), 0) << "the show or its temporary file was left behind";
 }
 
 TEST(ViewSlides, UnopenableArchive) {
