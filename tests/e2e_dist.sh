@@ -9,17 +9,7 @@ source_dir=$(cd "$2" && pwd -P)
 corpus="$source_dir/../shared/corpus/conference-talk"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
-checks=0
-check() {  # check NAME COMMAND...: counts a failure when the command fails
-    local name=$1
-    shift
-    checks=$((checks + 1))
-    if ! "$@"; then
-        echo "FAILED: $name"
-        failures=$((failures + 1))
-    fi
-}
+source "$(dirname "$0")/lib/checks.sh"
 give_up() { cat "$1"; echo "FAILED: $2"; echo "$((checks - failures)) passed, $((failures + 1)) failed"; exit 1; }
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
@@ -73,5 +63,4 @@ for i in 0 1; do
     check "screen $i is its page" cmp -s "$work/page.bin" "$work/screen.bin"
 done
 
-echo "$((checks - failures)) passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish_checks

@@ -16,17 +16,7 @@ restore() {
     rm -rf "$work"
 }
 trap restore EXIT
-failures=0
-checks=0
-check() {  # check NAME COMMAND...: counts a failure when the command fails
-    local name=$1
-    shift
-    checks=$((checks + 1))
-    if ! "$@"; then
-        echo "FAILED: $name"
-        failures=$((failures + 1))
-    fi
-}
+source "$(dirname "$0")/lib/checks.sh"
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 dest="$work/dest"
@@ -111,5 +101,4 @@ check "prefix honoured" test -x "$dest/opt/slides/bin/pack_slides"
 make -s -C "$source_dir" uninstall BUILD="$build" DESTDIR="$dest" > /dev/null
 check "uninstalled" test -z "$(find "$dest/opt" -type f)"
 
-echo "$((checks - failures)) passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish_checks

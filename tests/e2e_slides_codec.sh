@@ -8,18 +8,7 @@ tool="$build/slides_codec"
 corpus="$source/../shared/corpus"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
-checks=0
-
-check() {  # check NAME COMMAND...: counts a failure when the command fails
-    local name=$1
-    shift
-    checks=$((checks + 1))
-    if ! "$@"; then
-        echo "FAILED: $name"
-        failures=$((failures + 1))
-    fi
-}
+source "$(dirname "$0")/lib/checks.sh"
 
 # Runs the tool expecting status 1 and exactly one stderr line starting "ERROR! ".
 expect_error() {
@@ -74,5 +63,4 @@ check "one pixel re-encodes" "$tool" encode "$work/pixel.png" "$work/pixel2.bin"
 check "one pixel stream identical" cmp -s "$work/pixel.bin" "$work/pixel2.bin"
 check "unwritable output" expect_error decode "$work/pixel.bin" "/nonexistent-folder/x.png"
 
-echo "$((checks - failures)) passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish_checks
