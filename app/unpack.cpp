@@ -4,7 +4,6 @@
 
 #include "codec/codec.h"
 #include "png/png.h"
-#include "support/util.h"
 
 bool debug = false;
 
@@ -43,6 +42,13 @@ static void compositeRow(Color* row, const Color* under, int width) {
 static void composite(Bitmap& screen, const Bitmap& bg) {
     for (int y = 0; y < screen.height; y++)
         compositeRow(screen.data + (size_t)y * screen.width, bg.data + (size_t)y * bg.width, screen.width);
+}
+
+// The first screen has nothing before it to build on, and fixes the size of every screen kept.
+static const char* checkFirstScreen(bool over_previous, int width, int height, int kept) {
+    if (over_previous) return "The first screen cannot build on a previous one.";
+    if ((long long)width * height * kept > kMaxShowPixels) return "Screens too large to hold.";
+    return nullptr;
 }
 
 static const char* checkSizes(const Bitmap& screen, const Bitmap& under, int width, int height) {
@@ -105,16 +111,12 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         error = decompress(screens[i], payload);
         payload.release();
         if (error) break;
-        if (selector == nb && i == 0) {
-            error = "The first screen cannot build on a previous one.";
-            break;
+        if (i == 0) {
+            width = screens[0].width, height = screens[0].height;
+            error = checkFirstScreen(selector == nb, width, height, debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns);
+            if (error) break;
         }
         const Bitmap& under = selector == nb ? screens[i - 1] : backgrounds[selector];
-        if (i == 0) width = screens[0].width, height = screens[0].height;
-        if ((long long)width * height * (debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns) > kMaxShowPixels) {
-            error = "Screens too large to hold.";
-            break;
-        }
         error = checkSizes(screens[i], under, width, height);
         if (error) break;
         composite(screens[i], under);
