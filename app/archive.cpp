@@ -4,7 +4,8 @@
 
 #include <cstdio>
 
-const char* const ERROR_NO_ARCHIVE = "No slide archive found: the file ends without a valid trailer.";
+// What readIndex says when the trailer does not point into the file: no archive is there.
+static const char* const no_archive = "No slide archive found: the file ends without a valid trailer.";
 
 // One 8-byte little-endian trailer word. An end of file at byte k sets every bit from 8k up.
 unsigned long long getIntUnpacked(File& file) {
@@ -34,7 +35,7 @@ static const char* readCount(File& file, unsigned long long limit, int& count) {
 const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index) {
     index.length = fileLength(archive);
     unsigned long long trailer = layout == ARCHIVE_APPENDED ? 16 : 8;
-    if (index.length < trailer) return ERROR_NO_ARCHIVE;
+    if (index.length < trailer) return no_archive;
 
     index.base = 0;
     if (layout == ARCHIVE_APPENDED) {
@@ -46,7 +47,7 @@ const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index) 
     }
     unsigned long long at = getIntUnpacked(archive);
     unsigned long long end = index.length - trailer;  // the index lies before the trailer
-    if (index.base > end || at >= end - index.base) return ERROR_NO_ARCHIVE;
+    if (index.base > end || at >= end - index.base) return no_archive;
     archive.seek((long long)(index.base + at), SEEK_SET);
 
     unsigned long long room = end - index.base - at;

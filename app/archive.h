@@ -22,9 +22,6 @@ struct ArchiveIndex {
     vec<bool> flags;                  // ns: the screen continues the slide before it
 };
 
-// The error readIndex gives when the trailer does not point into the file: no archive is there.
-extern const char* const ERROR_NO_ARCHIVE;
-
 // Reads the trailer and the index. Returns null, or a one-line description of what is wrong.
 const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index);
 
