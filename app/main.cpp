@@ -45,6 +45,21 @@ static RunMode runMode() {
     return slides ? RUN_PNG_SLIDES : screens ? RUN_PNG_SCREENS : RUN_VIEW;
 }
 
+static const char* const end_of_archive = "Unexpected end of the slide archive.";
+
+// Reads the archive's index. In the program's own file an unreadable index means that no show
+// is appended at all.
+static void readShowIndex(File& archive, bool own_file, const char* path, ArchiveIndex& index) {
+    const char* error;
+    try {
+        error = readIndex(archive, own_file ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
+    } catch (Exception_EOF&) {
+        error = end_of_archive;
+    }
+    if (error && own_file) fail("No slide show is appended to %s; give a slide archive file as the argument.", path);
+    if (error) fail("%s", error);
+}
+
 int main(int argc, char** argv) {
     puts(banner);
     CmdLine::parseCommandline(argc, argv);
@@ -62,18 +77,13 @@ int main(int argc, char** argv) {
     // Only the program's own file (no argument given) carries the two-word trailer.
     bool own_file = path == argv[0];
     ArchiveIndex index;
+    readShowIndex(archive, own_file, path, index);
     Show show;
-    const char* error = nullptr;
+    const char* error;
     try {
-        error = readIndex(archive, own_file ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
-        // Without a readable index in its own file, the program carries no show at all.
-        if (error && own_file)
-            fail("No slide show is appended to %s; give a slide archive file as the argument.", path);
-        if (!error) error = unpackShow(archive, index, mode, show, stdout);
+        error = unpackShow(archive, index, mode, show, stdout);
     } catch (Exception_EOF&) {
-        if (own_file && index.offsets.size == 0)
-            fail("No slide show is appended to %s; give a slide archive file as the argument.", path);
-        error = "Unexpected end of the slide archive.";
+        error = end_of_archive;
     } catch (Exception_MemOut&) {
         error = "Out of memory while unpacking the slide show.";
     }
