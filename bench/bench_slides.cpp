@@ -20,6 +20,7 @@
 
 #include "app/unpack.h"
 #include "codec/codec.h"
+#include "archives.h"
 #include "draw_figures.h"
 #include "tools/deck.h"
 #include "tools/packer.h"
@@ -105,13 +106,6 @@ const char* unpackArchive(const std::string& path, Show& show) {
     if (!error) error = unpackShow(archive, index, RUN_VIEW, show, nullptr);
     archive.close();
     return error;
-}
-
-void writeArchiveFile(const std::string& path, const PackedShow& packed) {
-    File out;
-    out.open(path.c_str(), "wb");
-    writeArchive(out, ARCHIVE_SEPARATE, 0, packed.backgrounds, packed.screens, packed.flags);
-    out.close();
 }
 
 // Decodes one PNG held in memory into out (RGBA); false on a libpng failure.
@@ -296,7 +290,7 @@ DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
     PackedShow packed;
     f.pack_ms_page = bestOf(1, [&] { packPages(d.pages, d.deck.flags, packed, nullptr); }) * 1e3 / f.pages;
     std::string archive = std::string(SLIDES_BUILD_DIR) + "/bench-" + d.name + ".slides";
-    writeArchiveFile(archive, packed);
+    writeArchiveFile(archive, ARCHIVE_SEPARATE, "", packed.backgrounds, packed.screens, packed.flags);
     f.archive = fileSize(archive);
     f.optipng = optipngTotal(d);
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/archive.h"
+#include "helpers/archives.h"
 #include "helpers/run.h"
 
 unsigned long long getIntUnpacked(File& file);
@@ -35,12 +36,7 @@ std::string writeSample(const std::string& path, ArchiveLayout layout, const std
     vec<ScreenRecord> screens;
     vec<bool> flags;
     sample(backgrounds, screens, flags);
-    writeFileBytes(path, prefix);
-    File out;
-    out.open(path.c_str(), "a");
-    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
-    out.close();
-    return readFileBytes(path);
+    return writeArchiveFile(path, layout, prefix, backgrounds, screens, flags);
 }
 
 TEST(Archive, SeparateLayoutIsDense) {

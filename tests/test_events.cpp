@@ -8,29 +8,12 @@
 #include <string>
 
 #include "display/win.h"
-#include "helpers/xserver.h"
+#include "helpers/xsuite.h"
 
 namespace {
 
-class Events : public testing::Test {
+class Events : public SharedXWindow<24, 200, 150, 640, 480> {
 protected:
-    static XServer* server;
-    Display* look = nullptr;
-
-    static void SetUpTestSuite() { server = new XServer(24, 640, 480); }
-    static void TearDownTestSuite() {
-        delete server;
-        server = nullptr;
-    }
-    void SetUp() override {
-        if (!server->ok()) GTEST_SKIP() << server->error();
-        look = openTestWindow(*server, 200, 150);
-        ASSERT_NE(look, nullptr) << "the window did not appear";
-    }
-    void TearDown() override {
-        if (look) closeTestWindow(look);
-    }
-
     // Moves the pointer inside the window; done before any later xdotool input.
     void warp(int x, int y) {
         XWarpPointer(look, None, window, 0, 0, 0, 0, x, y);
@@ -58,7 +41,6 @@ protected:
         return true;
     }
 };
-XServer* Events::server = nullptr;
 
 TEST_F(Events, EmptyQueueReportsNothing) {
     int code = 5, x = 6, y = 7;

@@ -8,6 +8,7 @@
 #include "app/archive.h"
 #include "app/unpack.h"
 #include "codec/codec.h"
+#include "helpers/archives.h"
 #include "helpers/run.h"
 #include "tools/packer.h"
 
@@ -36,10 +37,7 @@ void packAndUnpack(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow&
     packPages(pages, flags, packed, nullptr);
     TempDir tmp;
     std::string path = tmp.file("deck.slides");
-    File out;
-    out.open(path.c_str(), "wb");
-    writeArchive(out, ARCHIVE_SEPARATE, 0, packed.backgrounds, packed.screens, packed.flags);
-    out.close();
+    writeArchiveFile(path, ARCHIVE_SEPARATE, "", packed.backgrounds, packed.screens, packed.flags);
     File in;
     in.open(path.c_str(), "rb");
     ArchiveIndex index;

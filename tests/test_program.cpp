@@ -16,6 +16,7 @@
 #include "app/archive.h"
 #include "app/unpack.h"
 #include "codec/codec.h"
+#include "helpers/archives.h"
 #include "helpers/run.h"
 #include "png/png.h"
 
@@ -229,13 +230,8 @@ std::string smallArchive(ArchiveLayout layout, const std::string& prefix = "") {
         compress(screen, r.payload, false);
         flags.push(s == 2);
     }
-    std::string path = std::string(::testing::TempDir()) + "/small_archive";
-    writeFileBytes(path, prefix);
-    File out;
-    out.open(path.c_str(), "a");
-    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
-    out.close();
-    return readFileBytes(path);
+    return writeArchiveFile(std::string(::testing::TempDir()) + "/small_archive", layout, prefix, backgrounds,
+                            screens, flags);
 }
 
 TEST(MalformedArchive, EveryTruncationGivesOneErrorLine) {

@@ -15,8 +15,9 @@
 
 #include "app/archive.h"
 #include "codec/codec.h"
+#include "helpers/archives.h"
 #include "helpers/run.h"
-#include "helpers/xserver.h"
+#include "helpers/xsuite.h"
 
 namespace {
 
@@ -54,10 +55,7 @@ void writeShow(const std::string& path, const TestShow& show) {
         compress(bitmap, r.payload, false);
         flags.push(show.flags[i]);
     }
-    File out;
-    out.open(path.c_str(), "wb");
-    writeArchive(out, ARCHIVE_SEPARATE, 0, backgrounds, screens, flags);
-    out.close();
+    writeArchiveFile(path, ARCHIVE_SEPARATE, "", backgrounds, screens, flags);
 }
 
 void sleepMs(int ms) {
@@ -186,29 +184,19 @@ private:
 // Ten screens in six slides: [0] [1 2 3] [4 5] [6] [7 8] [9].
 TestShow tenScreens() { return {160, 120, {false, false, true, true, false, true, false, false, true, false}}; }
 
-class ViewerTest : public ::testing::Test {
+class ViewerTest : public SharedXServer<24> {
 protected:
-    static void SetUpTestSuite() { server_ = new XServer(24); }
-    static void TearDownTestSuite() {
-        delete server_;
-        server_ = nullptr;
-    }
-    void SetUp() override {
-        if (!server_->ok()) GTEST_SKIP() << "no private X server: " << server_->error();
-    }
     std::string archive(const TestShow& show) {
         std::string path = tmp_.file("show.slides");
         writeShow(path, show);
         return path;
     }
-    static XServer* server_;
     TempDir tmp_;
 };
-XServer* ViewerTest::server_ = nullptr;
 
 TEST_F(ViewerTest, SpaceAndBackSpaceMoveThroughScreensAndSteps) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     EXPECT_TRUE(v.shows(0));
     v.key("BackSpace");  // nothing before the first screen
@@ -227,7 +215,7 @@ TEST_F(ViewerTest, SpaceAndBackSpaceMoveThroughScreensAndSteps) {
 
 TEST_F(ViewerTest, ReturnRightLeftHomeEnd) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("Return");
     EXPECT_TRUE(v.shows(1));
@@ -246,7 +234,7 @@ TEST_F(ViewerTest, ReturnRightLeftHomeEnd) {
 
 TEST_F(ViewerTest, PageKeysAndArrowsMoveByWholeSlides) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("space");
     EXPECT_TRUE(v.shows(1));  // first screen of the slide [1 2 3]
@@ -275,7 +263,7 @@ TEST_F(ViewerTest, PageKeysAndArrowsMoveByWholeSlides) {
 
 TEST_F(ViewerTest, MouseButtonsAndWheel) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.click(1);
     EXPECT_TRUE(v.shows(1));
@@ -297,7 +285,7 @@ TEST_F(ViewerTest, MouseButtonsAndWheel) {
 TEST_F(ViewerTest, SectionKeysJumpToTheirScreens) {
     TestShow show{64, 48, std::vector<bool>(260, false)};
     for (int i = 0; i < 260; i++) show.flags[i] = i % 3 == 2;
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("c");
     EXPECT_TRUE(v.shows(249));
@@ -318,7 +306,7 @@ TEST_F(ViewerTest, SectionKeysJumpToTheirScreens) {
 
 TEST_F(ViewerTest, SectionKeysClampToTheLastScreen) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("c");
     EXPECT_TRUE(v.shows(9));
@@ -329,23 +317,23 @@ TEST_F(ViewerTest, SectionKeysClampToTheLastScreen) {
 
 TEST_F(ViewerTest, ExposureRepaintsTheCurrentScreen) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("End");
     EXPECT_TRUE(v.shows(9));
-    server_->xdotool({"windowunmap", "--sync", std::to_string(v.window())});
-    server_->xdotool({"windowmap", "--sync", std::to_string(v.window())});
+    server->xdotool({"windowunmap", "--sync", std::to_string(v.window())});
+    server->xdotool({"windowmap", "--sync", std::to_string(v.window())});
     EXPECT_TRUE(v.shows(9));
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
 TEST_F(ViewerTest, ResizeRedrawsClippedAndKeepsWorking) {
     TestShow show = tenScreens();
-    Viewer v(*server_, show, archive(show));
+    Viewer v(*server, show, archive(show));
     ASSERT_TRUE(v.ok());
     v.key("space");
     EXPECT_TRUE(v.shows(1));
-    server_->xdotool({"windowsize", "--sync", std::to_string(v.window()), "100", "70"});
+    server->xdotool({"windowsize", "--sync", std::to_string(v.window()), "100", "70"});
     EXPECT_TRUE(v.shows(1, 100, 70));
     v.key("space");
     EXPECT_TRUE(v.shows(2, 100, 70));
@@ -353,7 +341,7 @@ TEST_F(ViewerTest, ResizeRedrawsClippedAndKeepsWorking) {
     EXPECT_TRUE(v.shows(3, 100, 70));
     v.key("BackSpace");
     EXPECT_TRUE(v.shows(2, 100, 70));
-    server_->xdotool({"windowsize", "--sync", std::to_string(v.window()), "160", "120"});
+    server->xdotool({"windowsize", "--sync", std::to_string(v.window()), "160", "120"});
     EXPECT_TRUE(v.shows(2));
     EXPECT_EQ(v.quitWith("q"), 0);
 }
@@ -364,7 +352,7 @@ TestShow tallShow() { return {120, 400, {false, true, false, false, true}}; }
 
 TEST_F(ViewerTest, SpaceIntoAnAnimationStepDrawsAtOnce) {
     TestShow show = tallShow();
-    Viewer v(*server_, show, archive(show), {"-debug"});
+    Viewer v(*server, show, archive(show), {"-debug"});
     ASSERT_TRUE(v.ok());
     v.key("space");
     EXPECT_TRUE(v.shows(1));
@@ -374,7 +362,7 @@ TEST_F(ViewerTest, SpaceIntoAnAnimationStepDrawsAtOnce) {
 
 TEST_F(ViewerTest, SpaceToANewSlideScrollsAndMeasuresOnce) {
     TestShow show = tallShow();
-    Viewer v(*server_, show, archive(show), {"-debug"});
+    Viewer v(*server, show, archive(show), {"-debug"});
     ASSERT_TRUE(v.ok());
     v.key("Right");  // at once, into the step
     EXPECT_TRUE(v.shows(1));
@@ -398,7 +386,7 @@ TEST_F(ViewerTest, SpaceToANewSlideScrollsAndMeasuresOnce) {
 
 TEST_F(ViewerTest, HomeOnTheFirstScreenForcesTheNextStepToScroll) {
     TestShow show = tallShow();
-    Viewer v(*server_, show, archive(show), {"-debug"});
+    Viewer v(*server, show, archive(show), {"-debug"});
     ASSERT_TRUE(v.ok());
     v.key("Home");   // moves nothing, but the next redraw scrolls
     v.key("space");  // into the animation step, with a scroll
@@ -409,10 +397,10 @@ TEST_F(ViewerTest, HomeOnTheFirstScreenForcesTheNextStepToScroll) {
 
 TEST_F(ViewerTest, ScreensLeftEmptyByDebugShowBlack) {
     TestShow show{64, 48, std::vector<bool>(24, false)};
-    Viewer v(*server_, show, archive(show), {"-debug"});
+    Viewer v(*server, show, archive(show), {"-debug"});
     ASSERT_TRUE(v.ok());
     v.key("End");
-    Display* d = server_->connect();
+    Display* d = server->connect();
     ASSERT_NE(d, nullptr);
     bool black = false;
     for (int tries = 0; tries < 250 && !black; tries++, sleepMs(20)) {

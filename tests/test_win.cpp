@@ -7,7 +7,7 @@
 #include <string>
 
 #include "display/win.h"
-#include "helpers/xserver.h"
+#include "helpers/xsuite.h"
 
 namespace {
 
@@ -51,29 +51,16 @@ std::string capturedOutput() {
 
 const Color red = {255, 0, 0, 0}, grey = {90, 90, 90, 0}, white = {255, 255, 255, 0};
 
-class Depth24 : public testing::Test {
+class Depth24 : public SharedXWindow<24, W, H> {
 protected:
-    static XServer* server;
-    Display* look = nullptr;
-
-    static void SetUpTestSuite() { server = new XServer(24); }
-    static void TearDownTestSuite() {
-        delete server;
-        server = nullptr;
-    }
     void SetUp() override {
-        if (!server->ok()) GTEST_SKIP() << server->error();
-        look = openTestWindow(*server, W, H);
-        ASSERT_NE(look, nullptr) << "the window did not appear";
+        SharedXWindow::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         fillBuffer(grey);
         update(0, 0, W, H);
         commit();
     }
-    void TearDown() override {
-        if (look) closeTestWindow(look);
-    }
 };
-XServer* Depth24::server = nullptr;
 
 TEST_F(Depth24, ChoosesTheByteSwapForTheServersLayout) {
     EXPECT_EQ(raw_R, 0xFF0000u);
@@ -195,26 +182,7 @@ TEST_F(Depth24, BufferTooLargeIsLackOfMemory) {
     EXPECT_EQ(r.status, 255);
 }
 
-class Depth16 : public testing::Test {
-protected:
-    static XServer* server;
-    Display* look = nullptr;
-
-    static void SetUpTestSuite() { server = new XServer(16); }
-    static void TearDownTestSuite() {
-        delete server;
-        server = nullptr;
-    }
-    void SetUp() override {
-        if (!server->ok()) GTEST_SKIP() << server->error();
-        look = openTestWindow(*server, W, H);
-        ASSERT_NE(look, nullptr) << "the window did not appear";
-    }
-    void TearDown() override {
-        if (look) closeTestWindow(look);
-    }
-};
-XServer* Depth16::server = nullptr;
+using Depth16 = SharedXWindow<16, W, H>;
 
 TEST_F(Depth16, ComputesTheShiftsOf565) {
     EXPECT_EQ(RGB_conv, -1);

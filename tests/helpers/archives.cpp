@@ -1,0 +1,14 @@
+#include "archives.h"
+
+#include "run.h"
+
+std::string writeArchiveFile(const std::string& path, ArchiveLayout layout, const std::string& prefix,
+                             const vec<vec<unsigned char> >& backgrounds, const vec<ScreenRecord>& screens,
+                             const vec<bool>& flags) {
+    writeFileBytes(path, prefix);
+    File out;
+    out.open(path.c_str(), "a");
+    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
+    out.close();
+    return readFileBytes(path);
+}
