@@ -7,7 +7,6 @@
 // What readIndex says when the trailer does not point into the file: no archive is there.
 static const char* const no_archive = "No slide archive found: the file ends without a valid trailer.";
 
-// One 8-byte little-endian trailer word. An end of file at byte k sets every bit from 8k up.
 unsigned long long getIntUnpacked(File& file) {
     unsigned long long value = 0;
     for (int k = 0; k < 8; k++) value |= (unsigned long long)(long long)file.getChar() << (8 * k);

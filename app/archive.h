@@ -22,6 +22,9 @@ struct ArchiveIndex {
     vec<bool> flags;                  // ns: the screen continues the slide before it
 };
 
+// One 8-byte little-endian trailer word; an end of file at byte k sets every bit from 8k up.
+unsigned long long getIntUnpacked(File& file);
+
 // Reads the trailer and the index. Returns null, or a one-line description of what is wrong.
 const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index);
 

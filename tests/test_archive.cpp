@@ -9,8 +9,6 @@
 #include "helpers/archives.h"
 #include "helpers/run.h"
 
-unsigned long long getIntUnpacked(File& file);
-
 namespace {
 
 void bytes(vec<unsigned char>& v, std::initializer_list<int> list) {
