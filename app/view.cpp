@@ -97,14 +97,14 @@ struct Viewer {
             drawSlide(images[cur]);  // the frame buffer was reallocated at the new size
         } else if (code >= 1 && code <= 255) {
             if (!key(keyToSym(code, 0), target)) return false;
-        } else if (code == 257) {
+        } else if (code == EVENT_BUTTON + 1) {
             target = cur + 1;
-        } else if (code == 259) {
+        } else if (code == EVENT_BUTTON + 3) {
             target = cur - 1;
-        } else if (code == 260) {
+        } else if (code == EVENT_BUTTON + 4) {
             target = backwardScan(cur, flag);
             transitions_on = false;
-        } else if (code == 261) {
+        } else if (code == EVENT_BUTTON + 5) {
             target = forwardScan(cur, flag);
             transitions_on = false;
         }
