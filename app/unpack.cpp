@@ -1,6 +1,6 @@
 #include "app/unpack.h"
 
-#include <cstring>
+#include <cstdio>
 
 #include "codec/codec.h"
 #include "png/png.h"
@@ -19,31 +19,6 @@ static void releaseAll(vec<Bitmap>& bitmaps) {
     bitmaps.release();
 }
 
-// Replaces every see-through pixel of the row by the pixel at the same place below it: four
-// pixels at a time as 32-bit lanes, a see-through lane taking the pixel below.
-typedef uint32_t Lanes __attribute__((vector_size(16)));
-
-static void compositeRow(Color* row, const Color* under, int width) {
-    const uint32_t see_through = colorKey(color_SeeThrough);
-    const Lanes see = {see_through, see_through, see_through, see_through};
-    int x = 0;
-    for (; x + 4 <= width; x += 4) {
-        Lanes top, below;
-        memcpy(&top, row + x, sizeof top);
-        memcpy(&below, under + x, sizeof below);
-        Lanes take = (Lanes)(top == see);
-        top = (top & ~take) | (below & take);
-        memcpy(row + x, &top, sizeof top);
-    }
-    for (; x < width; x++)
-        if (isSeeThrough(row[x])) row[x] = under[x];
-}
-
-static void composite(Bitmap& screen, const Bitmap& bg) {
-    for (int y = 0; y < screen.height; y++)
-        compositeRow(screen.data + (size_t)y * screen.width, bg.data + (size_t)y * bg.width, screen.width);
-}
-
 // The first screen has nothing before it to build on, and fixes the size of every screen kept.
 static const char* checkFirstScreen(bool over_previous, int width, int height, int kept) {
     if (over_previous) return "The first screen cannot build on a previous one.";
@@ -51,10 +26,9 @@ static const char* checkFirstScreen(bool over_previous, int width, int height, i
     return nullptr;
 }
 
-static const char* checkSizes(const Bitmap& screen, const Bitmap& under, int width, int height) {
-    if (screen.width != width || screen.height != height) return "Screens differ in size.";
-    if (under.width < screen.width || under.height < screen.height)
-        return "Background smaller than its screen.";
+static const char* checkSizes(int screen_width, int screen_height, const Bitmap& under, int width, int height) {
+    if (screen_width != width || screen_height != height) return "Screens differ in size.";
+    if (under.width < width || under.height < height) return "Background smaller than its screen.";
     return nullptr;
 }
 
@@ -81,9 +55,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
     int nb = index.nb, ns = index.ns;
 
     vec<Bitmap> backgrounds;
-    vec<Bitmap> screens;
     backgrounds.resize(nb);
-    screens.resize(ns);
     show.images.resize(ns);
     show.flags.resize(ns);
     for (int i = 0; i < ns; i++) show.flags[i] = index.flags[i];
@@ -101,6 +73,9 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
     }
     if (progress) fputc('\n', progress);
 
+    // Each screen is decoded over what lies under it straight into one reused screen bitmap:
+    // over the previous screen its see-through pixels keep what the bitmap already shows.
+    Bitmap screen;
     int slide = 0, width = 0, height = 0;
     char name[64];
     for (int i = 0; i < ns && !error; i++) {
@@ -108,25 +83,26 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         error = readRecord(archive, index, nb + i, &selector, payload);
         if (error) break;
         if (progress) fprintf(progress, "** Decompressing screen %d/%d\r", i, ns), fflush(progress);
-        error = decompress(screens[i], payload);
-        payload.release();
+        const unsigned char* in = payload.data;
+        const unsigned char* end = payload.data + payload.size;
+        int screen_width, screen_height;
+        error = readStreamSize(in, end, screen_width, screen_height);
         if (error) break;
         if (i == 0) {
-            width = screens[0].width, height = screens[0].height;
+            width = screen_width, height = screen_height;
             error = checkFirstScreen(selector == nb, width, height, debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns);
             if (error) break;
         }
-        const Bitmap& under = selector == nb ? screens[i - 1] : backgrounds[selector];
-        error = checkSizes(screens[i], under, width, height);
+        const Bitmap& under = selector == nb ? screen : backgrounds[selector];
+        error = checkSizes(screen_width, screen_height, under, width, height);
+        if (!error) error = decompressOver(screen, under, in, end);
+        payload.release();
         if (error) break;
-        composite(screens[i], under);
-        error = exportScreen(mode, show, i, screens[i], &slide, name, sizeof name);
+        error = exportScreen(mode, show, i, screen, &slide, name, sizeof name);
         if (error) break;
-        makeImage(screens[i], show.images[i]);
-        if (i > 0) screens[i - 1].clear();
+        makeImage(screen, show.images[i]);
     }
     payload.release();
-    releaseAll(screens);
     releaseAll(backgrounds);
     if (progress) fputc('\n', progress);
     return error;

@@ -56,14 +56,24 @@ inline void fillRow(Color* row, int n, uint32_t word) {
     for (; x < n; x++) memcpy(row + x, &word, sizeof word);
 }
 
+// Bits peeked at the reader's position and how many of them are real.
+struct Peeked {
+    uint64_t bits;
+    int valid;
+};
+
+// Decodes into pixels. Over another picture (Over = true) a see-through pixel takes the pixel
+// of under at the same place; under may be pixels itself, whose pixels then stay as they were.
 struct Decoder {
     BitReader in;
     const vec<Pair<int, int> >& tree;
     const vec<Color>& colours;
     vec<TableEntry> table;
-    int tableBits = 0;
+    uint64_t tableMask = 0;
     Color* pixels = nullptr;
     int width = 0;
+    const Color* under = nullptr;
+    int under_width = 0;
     bool lookahead = true;  // whether bits past the stream's last one may be peeked at
     const char* error = nullptr;
 
@@ -78,78 +88,133 @@ struct Decoder {
         return ~ref;
     }
 
-    // An empty tree is the one-colour stream: symbol 0, no bits. Inlined: it is the hot path.
-    __attribute__((always_inline)) Color readColour() {
-        if (tableBits == 0) return colours[0];
-        if (!lookahead) return colours[walk(tree.size - 1)];
-        uint64_t bits = in.peek();
-        TableEntry e = table[(int)(bits & ((1u << tableBits) - 1))];
-        in.pos += e.bits;
-        return e.ref < 0 ? e.colour : colours[walkPeeked(e.ref, bits >> e.bits)];
-    }
-
-    // Goes on from node ref with the bits already peeked (at least 57 - tableBits of them), then
-    // bit by bit for codes longer than that. Bits past the stream read as 0; cutShort catches them.
-    __attribute__((noinline)) int walkPeeked(int ref, uint64_t bits) {
+    // Goes on from node ref with `valid` bits already peeked, then bit by bit for codes longer
+    // than that. Bits past the stream read as 0; the overrun is caught when decoding ends.
+    __attribute__((noinline)) int walkPeeked(int ref, uint64_t bits, int valid) {
         int used = 0;
-        for (; ref >= 0 && used < 57 - kTableBits; used++, bits >>= 1)
+        for (; ref >= 0 && used < valid; used++, bits >>= 1)
             ref = bits & 1 ? tree[ref].second : tree[ref].first;
         in.pos += used;
         return ref < 0 ? ~ref : walk(ref);
     }
 
-    bool cutShort() {
-        if (!in.overrun()) return false;
-        error = "bit stream cut short";
-        return true;
+    // One symbol from peeked bits: a table look-up, and a walk for codes longer than the table.
+    __attribute__((always_inline)) Color colourFrom(uint64_t bits, int valid) {
+        const TableEntry& e = table[bits & tableMask];
+        in.pos += e.bits;
+        return e.ref < 0 ? e.colour : colours[walkPeeked(e.ref, bits >> e.bits, valid - e.bits)];
     }
 
+    __attribute__((always_inline)) Color readColour() {
+        if (!lookahead) return colours[walk(tree.size - 1)];
+        return colourFrom(in.peek(), 57);
+    }
+
+    // The next symbol of a run of symbols read from one peek while it holds a whole table code.
+    __attribute__((always_inline)) Color nextColour(Peeked& p) {
+        if (!lookahead) return readColour();
+        if (p.valid < kTableBits) p = Peeked{in.peek(), 57};
+        const TableEntry& e = table[p.bits & tableMask];
+        if (e.ref >= 0) {
+            Color c = colourFrom(p.bits, p.valid);
+            p.valid = 0;
+            return c;
+        }
+        in.pos += e.bits;
+        p.bits >>= e.bits;
+        p.valid -= e.bits;
+        return e.colour;
+    }
+
+    template <bool Over>
+    __attribute__((always_inline)) void put(int x, int y, Color c) {
+        if (Over && isSeeThrough(c)) c = under[(size_t)y * under_width + x];
+        pixels[(size_t)y * width + x] = c;
+    }
+
+    template <bool Over>
     void fill(int x0, int y0, int x1, int y1, Color c) {
+        if (Over && isSeeThrough(c)) {
+            if (under == pixels) return;
+            for (int y = y0; y < y1; y++)
+                memcpy(pixels + (size_t)y * width + x0, under + (size_t)y * under_width + x0,
+                       (size_t)(x1 - x0) * sizeof(Color));
+            return;
+        }
         uint32_t word;
         memcpy(&word, &c, sizeof word);
         for (int y = y0; y < y1; y++) fillRow(pixels + (size_t)y * width + x0, x1 - x0, word);
     }
 
-    bool raw(int w, int h) {
-        for (int y = 0; y < h; y++) {
-            Color* row = pixels + (size_t)y * width;
-            for (int x = 0; x < w; x++) row[x] = readColour();
-            if (cutShort()) return false;
-        }
-        return true;
+    template <bool Over>
+    void raw(int w, int h) {
+        Peeked p{0, 0};
+        for (int y = 0; y < h; y++)
+            for (int x = 0; x < w; x++) put<Over>(x, y, nextColour(p));
     }
 
     // A split 2 x 2 region: four single pixels, top left, top right, bottom left, bottom right.
-    bool quad(Color* p) {
-        p[0] = readColour();
-        p[1] = readColour();
-        p[width] = readColour();
-        p[width + 1] = readColour();
-        return !cutShort();
+    template <bool Over>
+    void quad(int x, int y) {
+        Peeked p{0, 0};
+        put<Over>(x, y, nextColour(p));
+        put<Over>(x + 1, y, nextColour(p));
+        put<Over>(x, y + 1, nextColour(p));
+        put<Over>(x + 1, y + 1, nextColour(p));
     }
 
     // Regions never reach outside the bitmap: every part lies within the region it splits.
+    // Bits past the stream's end read as 0, which splits nothing, so a stream cut short still
+    // ends; decode() reports it once the tree is done.
+    template <bool Over>
     bool region(int x0, int y0, int x1, int y1) {
         for (;;) {
             if (x1 - x0 == 1 && y1 - y0 == 1) {
-                pixels[(size_t)y0 * width + x0] = readColour();
-                return !cutShort();
+                put<Over>(x0, y0, readColour());
+                return true;
             }
-            if (!in.readBit()) {
-                fill(x0, y0, x1, y1, readColour());
-                return !cutShort();
+            bool split;
+            Color c;
+            if (lookahead) {
+                uint64_t bits = in.peek();
+                in.pos++;
+                split = bits & 1;
+                if (!split) c = colourFrom(bits >> 1, 56);
+            } else {
+                split = in.readBit();
+                if (!split) c = readColour();
+            }
+            if (!split) {
+                fill<Over>(x0, y0, x1, y1, c);
+                return true;
             }
             if (x1 <= x0 || y1 <= y0) {
                 error = "split of an empty region";
                 return false;
             }
-            if (x1 - x0 == 2 && y1 - y0 == 2) return quad(pixels + (size_t)y0 * width + x0);
+            if (x1 - x0 == 2 && y1 - y0 == 2) {
+                quad<Over>(x0, y0);
+                return true;
+            }
             int xm = x0 + highestPowerOfTwo(x1 - x0 - 1);
             int ym = y0 + highestPowerOfTwo(y1 - y0 - 1);
-            if (!region(x0, y0, xm, ym) || !region(xm, y0, x1, ym) || !region(x0, ym, xm, y1)) return false;
+            if (!region<Over>(x0, y0, xm, ym) || !region<Over>(xm, y0, x1, ym) || !region<Over>(x0, ym, xm, y1))
+                return false;
             x0 = xm;
             y0 = ym;
         }
+    }
+
+    template <bool Over>
+    bool decodeAll(bool is_raw, int w, int h) {
+        if (w > 0 && h > 0) {
+            if (is_raw)
+                raw<Over>(w, h);
+            else if (!region<Over>(0, 0, w, h))
+                return false;
+        }
+        if (in.overrun()) error = "bit stream cut short";
+        return !error;
     }
 };
 
@@ -162,11 +227,12 @@ int maxCodeLength(const vec<Huff>& codes) {
 
 // Fills the look-up table from the tree: a leaf at depth d covers every entry whose low d bits
 // are its code; a node at the table's depth is where the walk goes on.
+// An empty tree (the one-colour stream) gives one entry: symbol 0 in no bits.
 void buildTable(Decoder& d, const vec<Huff>& codes) {
-    if (d.tree.size == 0) return;
     int longest = maxCodeLength(codes);
-    d.tableBits = longest < kTableBits ? longest : kTableBits;
-    d.table.resize(1 << d.tableBits);
+    int tableBits = longest < kTableBits ? longest : kTableBits;
+    d.table.resize(1 << tableBits);
+    d.tableMask = (1u << tableBits) - 1;
     struct Pending {
         int ref;
         int depth;
@@ -176,9 +242,9 @@ void buildTable(Decoder& d, const vec<Huff>& codes) {
     stack.push(Pending{d.tree.size - 1, 0, 0});
     while (stack.size > 0) {
         Pending p = stack[--stack.size];
-        if (p.ref < 0 || p.depth == d.tableBits) {
+        if (p.ref < 0 || p.depth == tableBits) {
             Color leaf = p.ref < 0 ? d.colours[~p.ref] : color_SeeThrough;
-            for (unsigned high = 0; high < (1u << (d.tableBits - p.depth)); high++)
+            for (unsigned high = 0; high < (1u << (tableBits - p.depth)); high++)
                 d.table[(int)(p.code | high << p.depth)] = TableEntry{leaf, p.ref, p.depth};
             continue;
         }
@@ -221,6 +287,44 @@ const char* readColours(ByteReader& r, vec<Color>& colours, vec<int>& freqs) {
     return nullptr;
 }
 
+// Everything before the bit stream: header, colour table and the codes built from the
+// frequencies.
+struct Prelude {
+    Header header;
+    vec<Color> colours;
+    vec<Huff> codes;
+    vec<Pair<int, int> > tree;
+    const unsigned char* bits = nullptr;  // where the bit stream starts
+};
+
+const char* readPrelude(const unsigned char* in, const unsigned char* end, Prelude& s) {
+    ByteReader r{in, end};
+    vec<int> freqs;
+    const char* error = readHeader(r, s.header);
+    if (!error) error = readColours(r, s.colours, freqs);
+    if (error) return error;
+    computeHuffcodes(freqs, s.codes, s.tree);
+    s.bits = r.p;
+    return nullptr;
+}
+
+// Decodes the bit stream into pixels (the stream's size); on success leaves in at the byte
+// holding the last bit read, or one past it when that bit was a byte's highest.
+template <bool Over>
+const char* decodeBits(const Prelude& s, const unsigned char* end, bool lookahead, Color* pixels,
+                       const Color* under, int under_width, const unsigned char*& in) {
+    Decoder d(BitReader{s.bits, (size_t)(end - s.bits)}, s.tree, s.colours);
+    d.lookahead = lookahead;
+    buildTable(d, s.codes);
+    d.pixels = pixels;
+    d.width = (int)s.header.width;
+    d.under = under;
+    d.under_width = under_width;
+    if (!d.decodeAll<Over>(s.header.raw != 0, (int)s.header.width, (int)s.header.height)) return d.error;
+    in = s.bits + (size_t)(d.in.pos >> 3);
+    return nullptr;
+}
+
 const char* fail(Bitmap& bitmap, Color* pixels, const char* error) {
     free(pixels);
     resetBitmap(bitmap);
@@ -228,32 +332,15 @@ const char* fail(Bitmap& bitmap, Color* pixels, const char* error) {
 }
 
 const char* decode(Bitmap& bitmap, const unsigned char*& in, const unsigned char* end, bool lookahead) {
-    ByteReader r{in, end};
-    Header h;
-    vec<Color> colours;
-    vec<int> freqs;
-    const char* error = readHeader(r, h);
-    if (!error) error = readColours(r, colours, freqs);
-    if (error) return fail(bitmap, nullptr, error);
-
-    vec<Huff> codes;
-    vec<Pair<int, int> > tree;
-    computeHuffcodes(freqs, codes, tree);
-    Decoder d(BitReader{r.p, (size_t)(r.end - r.p)}, tree, colours);
-    d.lookahead = lookahead;
-    buildTable(d, codes);
-
-    int width = (int)h.width, height = (int)h.height;
-    d.pixels = allocPixels(width, height);
-    d.width = width;
-    if (width > 0 && height > 0) {
-        bool ok = h.raw ? d.raw(width, height) : d.region(0, 0, width, height);
-        if (!ok) return fail(bitmap, d.pixels, d.error);
-    }
-    bitmap.data = d.pixels;
+    Prelude s;
+    if (const char* error = readPrelude(in, end, s)) return fail(bitmap, nullptr, error);
+    int width = (int)s.header.width, height = (int)s.header.height;
+    Color* pixels = allocPixels(width, height);
+    if (const char* error = decodeBits<false>(s, end, lookahead, pixels, nullptr, 0, in))
+        return fail(bitmap, pixels, error);
+    bitmap.data = pixels;
     bitmap.width = width;
     bitmap.height = height;
-    in = r.p + (size_t)(d.in.pos >> 3);
     return nullptr;
 }
 
@@ -266,6 +353,30 @@ const char* decompress(Bitmap& bitmap, const unsigned char*& in, const unsigned 
 const char* decompress(Bitmap& bitmap, vec<unsigned char>& buffer) {
     const unsigned char* in = buffer.data;
     return decompress(bitmap, in, buffer.data + buffer.size);
+}
+
+const char* readStreamSize(const unsigned char* in, const unsigned char* end, int& width, int& height) {
+    ByteReader r{in, end};
+    Header h;
+    if (const char* error = readHeader(r, h)) return error;
+    width = (int)h.width;
+    height = (int)h.height;
+    return nullptr;
+}
+
+const char* decompressOver(Bitmap& bitmap, const Bitmap& under, const unsigned char*& in, const unsigned char* end) {
+    Prelude s;
+    if (const char* error = readPrelude(in, end, s)) return error;
+    int width = (int)s.header.width, height = (int)s.header.height;
+    if (under.width < width || under.height < height) return "stream larger than the picture under it";
+    if (bitmap.width != width || bitmap.height != height) {
+        if (&under == &bitmap) return "stream smaller than the picture it is decoded over";
+        bitmap.clear();
+        bitmap.data = allocPixels(width, height);
+        bitmap.width = width;
+        bitmap.height = height;
+    }
+    return decodeBits<true>(s, end, true, bitmap.data, under.data, under.width, in);
 }
 
 const char* decompress(Bitmap& bitmap, unsigned char*& in) {

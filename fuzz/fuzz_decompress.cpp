@@ -1,5 +1,6 @@
 // The codec stream decoder over arbitrary bytes. A stream that decodes must leave the reader
-// inside the input, and its bitmap must survive an encode and decode unchanged.
+// inside the input, and its bitmap must survive an encode and decode unchanged. Decoding over
+// a background must agree with decoding and then compositing, failures included.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -19,10 +20,35 @@ static void checkRoundTrip(Bitmap& decoded, bool raw) {
     if (bytes && memcmp(again.data, decoded.data, bytes) != 0) abort();
 }
 
+static void checkOver(const uint8_t* data, size_t size, const char* error, const Bitmap& decoded,
+                      const unsigned char* decoded_in) {
+    int width = 0, height = 0;
+    if (readStreamSize(data, data + size, width, height)) {
+        if (!error) abort();
+        return;
+    }
+    Bitmap background;
+    background.data = allocPixels(width, height);
+    background.width = width;
+    background.height = height;
+    for (long long i = 0; i < (long long)width * height; i++) background.data[i] = Color{(unsigned char)i, 1, 2, 0};
+    Bitmap screen;
+    const unsigned char* in = data;
+    const char* over_error = decompressOver(screen, background, in, data + size);
+    if (!over_error != !error) abort();
+    if (error) return;
+    if (in != decoded_in || screen.width != width || screen.height != height) abort();
+    for (long long i = 0; i < (long long)width * height; i++) {
+        Color want = isSeeThrough(decoded.data[i]) ? background.data[i] : decoded.data[i];
+        if (screen.data[i] != want) abort();
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bitmap bitmap;
     const unsigned char* in = data;
     const char* error = decompress(bitmap, in, data + size);
+    checkOver(data, size, error, bitmap, in);
     if (error) {
         if (bitmap.data || bitmap.width || bitmap.height) abort();  // a failure leaves it cleared
         return 0;

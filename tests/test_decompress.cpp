@@ -260,3 +260,122 @@ TEST(DecompressRejects, GarbageNeverCrashes) {
         }
     }
 }
+
+namespace {
+
+// A picture of the given size whose every pixel differs from its neighbours', with a few
+// see-through pixels of its own.
+void numbered(Bitmap& b, int w, int h) {
+    b.data = allocPixels(w, h);
+    b.width = w;
+    b.height = h;
+    for (int i = 0; i < w * h; i++)
+        b.data[i] = i % 11 == 0 ? color_SeeThrough : Color{(unsigned char)i, (unsigned char)(i >> 8), 200, 0};
+}
+
+// What decompress followed by compositing over under gives.
+void decodeThenComposite(const Bytes& stream, const Bitmap& under, Bitmap& out) {
+    ASSERT_EQ(decode(stream, out), nullptr);
+    for (int y = 0; y < out.height; y++)
+        for (int x = 0; x < out.width; x++)
+            if (isSeeThrough(out.at(x, y))) out.at(x, y) = under.at(x, y);
+}
+
+const char* decodeOver(const Bytes& stream, Bitmap& bitmap, const Bitmap& under, long* advanced = nullptr) {
+    const unsigned char* in = stream.data();
+    const char* error = decompressOver(bitmap, under, in, stream.data() + stream.size());
+    if (advanced) *advanced = in - stream.data();
+    return error;
+}
+
+void expectSamePixels(const Bitmap& a, const Bitmap& b) {
+    ASSERT_EQ(a.width, b.width);
+    ASSERT_EQ(a.height, b.height);
+    for (int i = 0; i < a.width * a.height; i++) ASSERT_EQ(a.data[i], b.data[i]) << "pixel " << i;
+}
+
+}  // namespace
+
+TEST(DecompressOver, ABackgroundEqualsDecodingThenCompositing) {
+    Bitmap picture, background;
+    patchwork(picture, 37, 23);
+    numbered(background, 40, 25);  // wider and higher: rows of the background are 40 apart
+    for (bool raw : {false, true}) {
+        Bytes stream = encode(picture, raw);
+        Bitmap expected, screen;
+        decodeThenComposite(stream, background, expected);
+        long advanced = 0, advanced_alone = 0;
+        Bitmap alone;
+        ASSERT_EQ(decode(stream, alone, &advanced_alone), nullptr);
+        ASSERT_EQ(decodeOver(stream, screen, background, &advanced), nullptr);
+        expectSamePixels(screen, expected);
+        EXPECT_EQ(advanced, advanced_alone) << "raw " << raw;
+    }
+}
+
+TEST(DecompressOver, ItselfKeepsWhatItShowsUnderSeeThroughPixels) {
+    Bitmap picture, previous, expected;
+    patchwork(picture, 37, 23);
+    numbered(previous, 37, 23);
+    Bytes stream = encode(picture, false);
+    decodeThenComposite(stream, previous, expected);
+    Color* array = previous.data;
+    ASSERT_EQ(decodeOver(stream, previous, previous), nullptr);
+    EXPECT_EQ(previous.data, array) << "decoded in place";
+    expectSamePixels(previous, expected);
+}
+
+TEST(DecompressOver, ReusesAnArrayOfTheStreamsSizeOnly) {
+    Bitmap picture, background, screen;
+    patchwork(picture, 37, 23);
+    numbered(background, 37, 23);
+    Bytes stream = encode(picture, false);
+    ASSERT_EQ(decodeOver(stream, screen, background), nullptr);
+    Color* array = screen.data;
+    ASSERT_EQ(decodeOver(stream, screen, background), nullptr);
+    EXPECT_EQ(screen.data, array);
+
+    Bitmap small;
+    patchwork(small, 5, 3);
+    ASSERT_EQ(decodeOver(encode(small, false), screen, background), nullptr);
+    EXPECT_EQ(screen.width, 5);
+    EXPECT_EQ(screen.height, 3);
+    Bitmap expected;
+    decodeThenComposite(encode(small, false), background, expected);
+    expectSamePixels(screen, expected);
+}
+
+TEST(DecompressOver, RejectsPicturesItCannotCover) {
+    Bitmap picture, small, screen;
+    patchwork(picture, 37, 23);
+    numbered(small, 37, 22);
+    Bytes stream = encode(picture, false);
+    EXPECT_NE(decodeOver(stream, screen, small), nullptr) << "under is a row short";
+    EXPECT_NE(decodeOver(stream, small, small), nullptr) << "in place, but of another size";
+    EXPECT_EQ(small.height, 22);
+}
+
+TEST(DecompressOver, EveryTruncationIsRejected) {
+    Bitmap picture, background;
+    patchwork(picture, 37, 23);
+    numbered(background, 37, 23);
+    for (bool raw : {false, true}) {
+        Bytes full = encode(picture, raw);
+        for (size_t n = 0; n < full.size(); n++) {
+            Bitmap screen;
+            Bytes cut(full.begin(), full.begin() + n);
+            EXPECT_NE(decodeOver(cut, screen, background), nullptr) << n << " of " << full.size() << " bytes";
+        }
+    }
+}
+
+TEST(ReadStreamSize, ReadsTheHeaderOnly) {
+    int width = 0, height = 0;
+    const unsigned char* in = kBlackScreen.data();
+    ASSERT_EQ(readStreamSize(in, in + 5, width, height), nullptr);
+    EXPECT_EQ(width, 1005);
+    EXPECT_EQ(height, 754);
+    EXPECT_NE(readStreamSize(in, in + 4, width, height), nullptr);
+    const Bytes huge = {0x00, 0xFF, 0xFF, 0x7F, 0x01};
+    EXPECT_NE(readStreamSize(huge.data(), huge.data() + huge.size(), width, height), nullptr);
+}
