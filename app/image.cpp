@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "support/primes.h"
+#include "support/util.h"
 #include "support/vec.h"
 
 namespace {
@@ -166,27 +167,103 @@ size_t pixelCount(const Bitmap& bitmap) {
     return (size_t)bitmap.width * (size_t)bitmap.height;
 }
 
-// The end of the run of pixels equal to key that starts at from: four pixels at a time.
-size_t runEnd(const Color* px, size_t from, size_t n, uint32_t key) {
-    const uint64_t pair = (uint64_t)key << 32 | key;
-    size_t i = from;
-    for (; i + 4 <= n; i += 4) {
-        uint64_t a, b;
-        memcpy(&a, px + i, 8);
-        memcpy(&b, px + i + 2, 8);
-        if (a != pair || b != pair) break;
-    }
-    while (i < n && colorKey(px[i]) == key) i++;
-    return i;
-}
+typedef uint32_t Lanes __attribute__((vector_size(16)));
 
-// Sets indices [from, to) to one value, four at a time.
-void fillIndices(uint16_t* out, size_t from, size_t to, uint16_t value) {
-    const uint64_t quad = value * 0x0001000100010001ull;
-    size_t i = from;
-    for (; i + 4 <= to; i += 4) memcpy(out + i, &quad, 8);
-    for (; i < to; i++) out[i] = value;
-}
+// Recently seen colours in front of the map: a direct-mapped cache from colour word to index,
+// so that most pixels that change colour need no division and no chain walk.
+struct RecentColors {
+    static const int kBits = 10;
+    uint32_t keys[1 << kBits];
+    uint16_t values[1 << kBits];
+
+    // Every slot starts as the first pixel's colour, which always has index 0.
+    explicit RecentColors(uint32_t first) {
+        for (int i = 0; i < 1 << kBits; i++) keys[i] = first, values[i] = 0;
+    }
+    static unsigned slot(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kBits); }
+};
+
+// Palette indices of the pixels in row-major order, the palette in order of first appearance.
+class Indexer {
+public:
+    Indexer(const Color* pixels, uint16_t* out, vec<Color>& palette_out)
+        : palette(palette_out), px(pixels), indices(out), recent(colorKey(pixels[0])) {}
+
+    // False when the pixels have more colours than 16-bit indices can hold.
+    bool run(size_t n) {
+        uint32_t key = colorKey(px[0]);
+        int index = add(key, px[0]);
+        size_t i = 0;
+        // Four pixels of the current colour are stored as a block; a block where the colour
+        // changes goes pixel by pixel.
+        for (; i + 4 <= n; i += 4) {
+            Lanes four;
+            memcpy(&four, px + i, sizeof four);
+            if (allEqual(four, key)) {
+                storeFour(i, (uint16_t)index);
+                continue;
+            }
+            for (size_t k = i; k < i + 4; k++)
+                if ((index = next(k, key, index)) < 0) return false;
+        }
+        for (; i < n; i++)
+            if ((index = next(i, key, index)) < 0) return false;
+        return true;
+    }
+
+private:
+    vec<Color>& palette;
+    const Color* px;
+    uint16_t* indices;
+    ColorMap map;
+    RecentColors recent;
+
+    static bool allEqual(Lanes four, uint32_t key) {
+        Lanes same = (Lanes)(four == key);
+        uint64_t low, high;
+        memcpy(&low, &same, 8);
+        memcpy(&high, (char*)&same + 8, 8);
+        return (low & high) == ~0ull;
+    }
+
+    void storeFour(size_t i, uint16_t index) {
+        const uint64_t quad = index * 0x0001000100010001ull;
+        memcpy(indices + i, &quad, 8);
+    }
+
+    // Indexes pixel i, whose colour is often the one before (key, index); -1 when out of indices.
+    __attribute__((always_inline)) int next(size_t i, uint32_t& key, int index) {
+        uint32_t k = colorKey(px[i]);
+        if (k != key) {
+            key = k;
+            index = lookUp(k, px[i]);
+            if (index < 0) return -1;
+        }
+        indices[i] = (uint16_t)index;
+        return index;
+    }
+
+    int lookUp(uint32_t key, Color c) {
+        unsigned s = RecentColors::slot(key);
+        if (recent.keys[s] == key) return recent.values[s];
+        const ColorNode* node = map.find(key);
+        int index = node ? node->value : add(key, c);
+        if (index >= 0) {
+            recent.keys[s] = key;
+            recent.values[s] = (uint16_t)index;
+        }
+        return index;
+    }
+
+    // A colour not seen before takes the next index; -1 when there is none left.
+    int add(uint32_t key, Color c) {
+        if ((unsigned)palette.size == max_indexed_colors) return -1;
+        int index = palette.size;
+        map.insert(key, (uint16_t)index);
+        palette.push(c);
+        return index;
+    }
+};
 
 }  // namespace
 
@@ -195,29 +272,17 @@ void makeImage(Bitmap& bitmap, Image& image) {
     if (n >= max_pixels) throw Exception_MemOut();
     const Color* px = bitmap.data;
 
-    ColorMap map;
-    vec<Color> palette;
     SizedBlock<uint16_t> indices(n);
-    // Neighbouring pixels mostly share a colour: a run of one colour needs one look-up.
-    for (size_t i = 0; i < n;) {
-        uint32_t key = colorKey(px[i]);
-        uint16_t index;
-        if (const ColorNode* node = map.find(key)) {
-            index = node->value;
-        } else {
-            if ((unsigned)palette.size == max_indexed_colors) {
-                keepFullColor(px, n, image);
-                image.width = bitmap.width;
-                image.height = bitmap.height;
-                return;
-            }
-            index = (uint16_t)palette.size;
-            map.insert(key, index);
-            palette.push(px[i]);
+    populatePages(indices.data, indices.bytes());
+    vec<Color> palette;
+    if (n > 0) {
+        Indexer indexer(px, indices.data, palette);
+        if (!indexer.run(n)) {
+            keepFullColor(px, n, image);
+            image.width = bitmap.width;
+            image.height = bitmap.height;
+            return;
         }
-        size_t end = runEnd(px, i + 1, n, key);
-        fillIndices(indices.data, i, end, index);
-        i = end;
     }
 
     SizedBlock<Color> colors((size_t)palette.size);

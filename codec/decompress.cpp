@@ -9,6 +9,7 @@ namespace {
 
 // Codes up to this many bits are decoded with one table look-up; longer ones walk the tree.
 const int kTableBits = 12;
+static_assert(kTableBits < 16, "a table entry keeps the code length in 4 bits");
 
 // Reads bits least significant first from a byte range; positions past the end read as 0 and
 // are caught by overrun(), so a short stream never reads outside its bytes.
@@ -38,13 +39,18 @@ struct BitReader {
     bool overrun() const { return pos > (unsigned long long)length * 8; }
 };
 
-// One look-up entry: after `bits` bits, a leaf (ref < 0, its colour at hand) or the node to go
-// on from.
+// One look-up entry, 8 bytes so that the table stays in the first-level cache: after
+// `step & 15` bits, a leaf (step < 0, its colour at hand) or the node `step >> 4` to go on from.
 struct TableEntry {
     Color colour;
-    int ref;
-    int bits;
+    int32_t step;
+
+    int bits() const { return step & 15; }
+    int node() const { return step >> 4; }
 };
+
+// Trees with more nodes than this cannot be named in a table entry; they are walked bit by bit.
+const int kMaxTableTree = 1 << 26;
 
 typedef uint32_t Lanes __attribute__((vector_size(16)));
 
@@ -100,9 +106,9 @@ struct Decoder {
 
     // One symbol from peeked bits: a table look-up, and a walk for codes longer than the table.
     __attribute__((always_inline)) Color colourFrom(uint64_t bits, int valid) {
-        const TableEntry& e = table[bits & tableMask];
-        in.pos += e.bits;
-        return e.ref < 0 ? e.colour : colours[walkPeeked(e.ref, bits >> e.bits, valid - e.bits)];
+        const TableEntry e = table[bits & tableMask];
+        in.pos += e.bits();
+        return e.step < 0 ? e.colour : colours[walkPeeked(e.node(), bits >> e.bits(), valid - e.bits())];
     }
 
     __attribute__((always_inline)) Color readColour() {
@@ -114,15 +120,15 @@ struct Decoder {
     __attribute__((always_inline)) Color nextColour(Peeked& p) {
         if (!lookahead) return readColour();
         if (p.valid < kTableBits) p = Peeked{in.peek(), 57};
-        const TableEntry& e = table[p.bits & tableMask];
-        if (e.ref >= 0) {
+        const TableEntry e = table[p.bits & tableMask];
+        if (e.step >= 0) {
             Color c = colourFrom(p.bits, p.valid);
             p.valid = 0;
             return c;
         }
-        in.pos += e.bits;
-        p.bits >>= e.bits;
-        p.valid -= e.bits;
+        in.pos += e.bits();
+        p.bits >>= e.bits();
+        p.valid -= e.bits();
         return e.colour;
     }
 
@@ -163,45 +169,67 @@ struct Decoder {
         put<Over>(x + 1, y + 1, nextColour(p));
     }
 
-    // Regions never reach outside the bitmap: every part lies within the region it splits.
-    // Bits past the stream's end read as 0, which splits nothing, so a stream cut short still
-    // ends; decode() reports it once the tree is done.
+    // A split bit and, when it is 0, the symbol after it, read from one peek. True on a split.
+    __attribute__((always_inline)) bool readSplit(Color* c) {
+        if (!lookahead) {
+            if (in.readBit()) return true;
+            *c = readColour();
+            return false;
+        }
+        uint64_t bits = in.peek();
+        in.pos++;
+        if (bits & 1) return true;
+        *c = colourFrom(bits >> 1, 56);
+        return false;
+    }
+
+    enum Step { DONE, FAILED, SPLIT };
+
+    // One node of the region tree. Single pixels, uniform regions and split 2 x 2 regions, which
+    // make up most nodes, are decoded here; a larger split region is left to split().
     template <bool Over>
-    bool region(int x0, int y0, int x1, int y1) {
+    __attribute__((always_inline)) Step node(int x0, int y0, int x1, int y1) {
+        if (x1 - x0 == 1 && y1 - y0 == 1) {
+            put<Over>(x0, y0, readColour());
+            return DONE;
+        }
+        Color c;
+        if (!readSplit(&c)) {
+            fill<Over>(x0, y0, x1, y1, c);
+            return DONE;
+        }
+        if (x1 <= x0 || y1 <= y0) {
+            error = "split of an empty region";
+            return FAILED;
+        }
+        if (x1 - x0 == 2 && y1 - y0 == 2) {
+            quad<Over>(x0, y0);
+            return DONE;
+        }
+        return SPLIT;
+    }
+
+    template <bool Over>
+    __attribute__((always_inline)) bool part(int x0, int y0, int x1, int y1) {
+        Step step = node<Over>(x0, y0, x1, y1);
+        return step == SPLIT ? split<Over>(x0, y0, x1, y1) : step == DONE;
+    }
+
+    // The four parts of a split region, the last one in the same call. Parts never reach
+    // outside the bitmap: each lies within the region it splits. Bits past the stream's end
+    // read as 0, which splits nothing, so a stream cut short still ends; decodeAll() reports
+    // it once the tree is done.
+    template <bool Over>
+    bool split(int x0, int y0, int x1, int y1) {
         for (;;) {
-            if (x1 - x0 == 1 && y1 - y0 == 1) {
-                put<Over>(x0, y0, readColour());
-                return true;
-            }
-            bool split;
-            Color c;
-            if (lookahead) {
-                uint64_t bits = in.peek();
-                in.pos++;
-                split = bits & 1;
-                if (!split) c = colourFrom(bits >> 1, 56);
-            } else {
-                split = in.readBit();
-                if (!split) c = readColour();
-            }
-            if (!split) {
-                fill<Over>(x0, y0, x1, y1, c);
-                return true;
-            }
-            if (x1 <= x0 || y1 <= y0) {
-                error = "split of an empty region";
-                return false;
-            }
-            if (x1 - x0 == 2 && y1 - y0 == 2) {
-                quad<Over>(x0, y0);
-                return true;
-            }
             int xm = x0 + highestPowerOfTwo(x1 - x0 - 1);
             int ym = y0 + highestPowerOfTwo(y1 - y0 - 1);
-            if (!region<Over>(x0, y0, xm, ym) || !region<Over>(xm, y0, x1, ym) || !region<Over>(x0, ym, xm, y1))
+            if (!part<Over>(x0, y0, xm, ym) || !part<Over>(xm, y0, x1, ym) || !part<Over>(x0, ym, xm, y1))
                 return false;
             x0 = xm;
             y0 = ym;
+            Step step = node<Over>(x0, y0, x1, y1);
+            if (step != SPLIT) return step == DONE;
         }
     }
 
@@ -210,7 +238,7 @@ struct Decoder {
         if (w > 0 && h > 0) {
             if (is_raw)
                 raw<Over>(w, h);
-            else if (!region<Over>(0, 0, w, h))
+            else if (!part<Over>(0, 0, w, h))
                 return false;
         }
         if (in.overrun()) error = "bit stream cut short";
@@ -245,7 +273,7 @@ void buildTable(Decoder& d, const vec<Huff>& codes) {
         if (p.ref < 0 || p.depth == tableBits) {
             Color leaf = p.ref < 0 ? d.colours[~p.ref] : color_SeeThrough;
             for (unsigned high = 0; high < (1u << (tableBits - p.depth)); high++)
-                d.table[(int)(p.code | high << p.depth)] = TableEntry{leaf, p.ref, p.depth};
+                d.table[(int)(p.code | high << p.depth)] = TableEntry{leaf, p.ref * 16 + p.depth};
             continue;
         }
         stack.push(Pending{d.tree[p.ref].first, p.depth + 1, p.code});
@@ -314,8 +342,8 @@ template <bool Over>
 const char* decodeBits(const Prelude& s, const unsigned char* end, bool lookahead, Color* pixels,
                        const Color* under, int under_width, const unsigned char*& in) {
     Decoder d(BitReader{s.bits, (size_t)(end - s.bits)}, s.tree, s.colours);
-    d.lookahead = lookahead;
-    buildTable(d, s.codes);
+    d.lookahead = lookahead && s.tree.size <= kMaxTableTree;
+    if (d.lookahead) buildTable(d, s.codes);
     d.pixels = pixels;
     d.width = (int)s.header.width;
     d.under = under;

@@ -25,22 +25,25 @@ void heapInsert(vec<Weighted>& heap, Weighted e) {
 }
 
 // Takes the top out: the last entry sinks from the root, preferring the left child on equal
-// children and stopping on equal weight.
+// children and stopping on equal weight. The child is chosen without a branch: which one is
+// lighter is as good as random.
 Weighted heapRemoveTop(vec<Weighted>& heap) {
     Weighted top = heap[0];
     Weighted last = heap[--heap.size];
     int n = heap.size;
     if (n == 0) return top;
+    Weighted* h = heap.data;
     int i = 0;
     for (;;) {
-        int left = 2 * i + 1, right = left + 1;
+        int left = 2 * i + 1;
         if (left >= n) break;
-        int child = (right < n && heap[right].weight < heap[left].weight) ? right : left;
-        if (last.weight <= heap[child].weight) break;
-        heap[i] = heap[child];
+        int child = left;
+        if (left + 1 < n) child += h[left + 1].weight < h[left].weight;
+        if (last.weight <= h[child].weight) break;
+        h[i] = h[child];
         i = child;
     }
-    heap[i] = last;
+    h[i] = last;
     return top;
 }
 

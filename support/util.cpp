@@ -1,8 +1,10 @@
 #include "support/util.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -234,4 +236,16 @@ long long memPhysical() {
     }
     fclose(in);
     throw "Unexpected format of '/proc/meminfo'.";
+}
+
+bool populatePages(void* p, size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+    const uintptr_t page = (uintptr_t)sysconf(_SC_PAGESIZE);
+    uintptr_t first = ((uintptr_t)p + page - 1) & ~(page - 1);
+    uintptr_t end = ((uintptr_t)p + bytes) & ~(page - 1);
+    return end > first && madvise((void*)first, end - first, MADV_POPULATE_WRITE) == 0;
+#else
+    (void)p, (void)bytes;
+    return false;
+#endif
 }

@@ -28,3 +28,7 @@ int memReadStat(int field);
 long long memUsed();
 long long memResident();
 long long memPhysical();
+// Makes the whole pages within [p, p + bytes) resident and writable in one system call, which
+// costs less than faulting them in page by page on first write. Contents are kept. A hint:
+// false when the kernel could not do it, which changes nothing for the caller.
+bool populatePages(void* p, size_t bytes);

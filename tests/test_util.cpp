@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -222,4 +223,27 @@ TEST(Memory, PhysicalMatchesTheSystemsCount) {
     long long pages = sysconf(_SC_PHYS_PAGES) * (long long)getpagesize();
     EXPECT_GT(physical, 0);
     EXPECT_NEAR((double)physical, (double)pages, pages * 0.01);
+}
+
+TEST(Memory, PopulatedPagesAreResidentAndKeepTheirContents) {
+    const size_t page = getpagesize(), pages = 64;
+    unsigned char* area =
+        (unsigned char*)mmap(nullptr, pages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(area, MAP_FAILED);
+    area[5 * page + 7] = 42;
+    // A block that starts and ends inside a page: only the whole pages within it are populated.
+    bool done = populatePages(area + 100, pages * page - 200);
+    std::vector<unsigned char> resident(pages);
+    ASSERT_EQ(mincore(area, pages * page, resident.data()), 0);
+    if (!done) {
+        munmap(area, pages * page);
+        GTEST_SKIP() << "this kernel cannot populate pages";
+    }
+    EXPECT_FALSE(resident[0] & 1) << "the partial first page is left alone";
+    for (size_t i = 1; i + 1 < pages; i++) EXPECT_TRUE(resident[i] & 1) << "page " << i;
+    EXPECT_FALSE(resident[pages - 1] & 1) << "the partial last page is left alone";
+    EXPECT_EQ(area[5 * page + 7], 42);
+    EXPECT_EQ(area[9 * page], 0);
+    EXPECT_FALSE(populatePages(area + 100, 200)) << "no whole page within";
+    munmap(area, pages * page);
 }
