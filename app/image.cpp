@@ -204,10 +204,11 @@ public:
                 continue;
             }
             for (size_t k = i; k < i + 4; k++)
-                if ((index = next(k, key, index)) < 0) return false;
+                if ((index = indexOf(k)) < 0) return false;
+            key = colorKey(px[i + 3]);
         }
         for (; i < n; i++)
-            if ((index = next(i, key, index)) < 0) return false;
+            if (indexOf(i) < 0) return false;
         return true;
     }
 
@@ -231,21 +232,17 @@ private:
         memcpy(indices + i, &quad, 8);
     }
 
-    // Indexes pixel i, whose colour is often the one before (key, index); -1 when out of indices.
-    __attribute__((always_inline)) int next(size_t i, uint32_t& key, int index) {
-        uint32_t k = colorKey(px[i]);
-        if (k != key) {
-            key = k;
-            index = lookUp(k, px[i]);
-            if (index < 0) return -1;
-        }
+    // Indexes pixel i through the cache, without asking whether it repeats the pixel before:
+    // where the colour changes that is as good as random. -1 when out of indices.
+    __attribute__((always_inline)) int indexOf(size_t i) {
+        uint32_t key = colorKey(px[i]);
+        unsigned s = RecentColors::slot(key);
+        int index = recent.keys[s] == key ? recent.values[s] : lookUp(key, px[i], s);
         indices[i] = (uint16_t)index;
         return index;
     }
 
-    int lookUp(uint32_t key, Color c) {
-        unsigned s = RecentColors::slot(key);
-        if (recent.keys[s] == key) return recent.values[s];
+    __attribute__((noinline)) int lookUp(uint32_t key, Color c, unsigned s) {
         const ColorNode* node = map.find(key);
         int index = node ? node->value : add(key, c);
         if (index >= 0) {

@@ -11,15 +11,15 @@ namespace {
 const int kTableBits = 12;
 static_assert(kTableBits < 16, "a table entry keeps the code length in 4 bits");
 
-// Reads bits least significant first from a byte range; positions past the end read as 0 and
-// are caught by overrun(), so a short stream never reads outside its bytes.
-struct BitReader {
+// The bits of a byte range, least significant first, read at a bit position that the decoder
+// keeps in a register. Positions past the end read as 0, so a short stream never reads outside
+// its bytes; the decoder checks for the overrun once it is done.
+struct Bits {
     const unsigned char* bytes;
     size_t length;
-    unsigned long long pos = 0;
 
-    // The next 57 or more bits, lowest first.
-    __attribute__((always_inline)) uint64_t peek() const {
+    // The 57 or more bits from position pos on, lowest first.
+    __attribute__((always_inline)) uint64_t peek(uint64_t pos) const {
         size_t i = (size_t)(pos >> 3);
         uint64_t word = 0;
         if (i + 8 <= length)
@@ -29,14 +29,18 @@ struct BitReader {
         return word >> (pos & 7);
     }
 
-    int readBit() {
+    int at(uint64_t pos) const {
         size_t i = (size_t)(pos >> 3);
-        int bit = i < length ? (bytes[i] >> (pos & 7)) & 1 : 0;
-        pos++;
-        return bit;
+        return i < length ? (bytes[i] >> (pos & 7)) & 1 : 0;
     }
 
-    bool overrun() const { return pos > (unsigned long long)length * 8; }
+    bool overrun(uint64_t pos) const { return pos > (uint64_t)length * 8; }
+};
+
+// A symbol and the bit position after its code.
+struct Symbol {
+    uint64_t pos;
+    int symbol;
 };
 
 // One look-up entry, 8 bytes so that the table stays in the first-level cache: after
@@ -62,7 +66,7 @@ inline void fillRow(Color* row, int n, uint32_t word) {
     for (; x < n; x++) memcpy(row + x, &word, sizeof word);
 }
 
-// Bits peeked at the reader's position and how many of them are real.
+// Bits peeked at a position and how many of them are real.
 struct Peeked {
     uint64_t bits;
     int valid;
@@ -70,8 +74,9 @@ struct Peeked {
 
 // Decodes into pixels. Over another picture (Over = true) a see-through pixel takes the pixel
 // of under at the same place; under may be pixels itself, whose pixels then stay as they were.
+// The bit position travels through the calls by value, so that it stays in a register.
 struct Decoder {
-    BitReader in;
+    Bits in;
     const vec<Pair<int, int> >& tree;
     const vec<Color>& colours;
     vec<TableEntry> table;
@@ -83,53 +88,70 @@ struct Decoder {
     bool lookahead = true;  // whether bits past the stream's last one may be peeked at
     const char* error = nullptr;
 
-    Decoder(BitReader reader, const vec<Pair<int, int> >& t, const vec<Color>& c)
-        : in(reader), tree(t), colours(c) {}
+    static const uint64_t kFailed = ~0ull;
 
-    __attribute__((noinline)) int walk(int ref) {
+    Decoder(Bits bits, const vec<Pair<int, int> >& t, const vec<Color>& c) : in(bits), tree(t), colours(c) {}
+
+    __attribute__((noinline)) Symbol walk(int ref, uint64_t pos) const {
         while (ref >= 0) {
-            if (in.overrun()) return 0;
-            ref = in.readBit() ? tree[ref].second : tree[ref].first;
+            if (in.overrun(pos)) return Symbol{pos, 0};
+            ref = in.at(pos++) ? tree[ref].second : tree[ref].first;
         }
-        return ~ref;
+        return Symbol{pos, ~ref};
     }
 
     // Goes on from node ref with `valid` bits already peeked, then bit by bit for codes longer
-    // than that. Bits past the stream read as 0; the overrun is caught when decoding ends.
-    __attribute__((noinline)) int walkPeeked(int ref, uint64_t bits, int valid) {
-        int used = 0;
-        for (; ref >= 0 && used < valid; used++, bits >>= 1)
+    // than that.
+    __attribute__((noinline)) Symbol walkPeeked(int ref, uint64_t bits, int valid, uint64_t pos) const {
+        for (; ref >= 0 && valid > 0; valid--, pos++, bits >>= 1)
             ref = bits & 1 ? tree[ref].second : tree[ref].first;
-        in.pos += used;
-        return ref < 0 ? ~ref : walk(ref);
+        return ref < 0 ? Symbol{pos, ~ref} : walk(ref, pos);
     }
 
-    // One symbol from peeked bits: a table look-up, and a walk for codes longer than the table.
-    __attribute__((always_inline)) Color colourFrom(uint64_t bits, int valid) {
+    // One symbol from bits peeked at pos: a table look-up, and a walk for longer codes.
+    __attribute__((always_inline)) Color colourFrom(uint64_t bits, int valid, uint64_t& pos) const {
         const TableEntry e = table[bits & tableMask];
-        in.pos += e.bits();
-        return e.step < 0 ? e.colour : colours[walkPeeked(e.node(), bits >> e.bits(), valid - e.bits())];
+        pos += e.bits();
+        if (e.step < 0) return e.colour;
+        Symbol s = walkPeeked(e.node(), bits >> e.bits(), valid - e.bits(), pos);
+        pos = s.pos;
+        return colours[s.symbol];
     }
 
-    __attribute__((always_inline)) Color readColour() {
-        if (!lookahead) return colours[walk(tree.size - 1)];
-        return colourFrom(in.peek(), 57);
+    __attribute__((always_inline)) Color readColour(uint64_t& pos) const {
+        if (lookahead) return colourFrom(in.peek(pos), 57, pos);
+        Symbol s = walk(tree.size - 1, pos);
+        pos = s.pos;
+        return colours[s.symbol];
     }
 
     // The next symbol of a run of symbols read from one peek while it holds a whole table code.
-    __attribute__((always_inline)) Color nextColour(Peeked& p) {
-        if (!lookahead) return readColour();
-        if (p.valid < kTableBits) p = Peeked{in.peek(), 57};
+    __attribute__((always_inline)) Color nextColour(Peeked& p, uint64_t& pos) const {
+        if (!lookahead) return readColour(pos);
+        if (p.valid < kTableBits) p = Peeked{in.peek(pos), 57};
         const TableEntry e = table[p.bits & tableMask];
         if (e.step >= 0) {
-            Color c = colourFrom(p.bits, p.valid);
+            Color c = colourFrom(p.bits, p.valid, pos);
             p.valid = 0;
             return c;
         }
-        in.pos += e.bits();
+        pos += e.bits();
         p.bits >>= e.bits();
         p.valid -= e.bits();
         return e.colour;
+    }
+
+    // A split bit and, when it is 0, the symbol after it, read from one peek. True on a split.
+    __attribute__((always_inline)) bool readSplit(Color* c, uint64_t& pos) const {
+        if (!lookahead) {
+            if (in.at(pos++)) return true;
+            *c = readColour(pos);
+            return false;
+        }
+        uint64_t bits = in.peek(pos++);
+        if (bits & 1) return true;
+        *c = colourFrom(bits >> 1, 56, pos);
+        return false;
     }
 
     template <bool Over>
@@ -153,34 +175,21 @@ struct Decoder {
     }
 
     template <bool Over>
-    void raw(int w, int h) {
+    uint64_t raw(int w, int h, uint64_t pos) {
         Peeked p{0, 0};
         for (int y = 0; y < h; y++)
-            for (int x = 0; x < w; x++) put<Over>(x, y, nextColour(p));
+            for (int x = 0; x < w; x++) put<Over>(x, y, nextColour(p, pos));
+        return pos;
     }
 
     // A split 2 x 2 region: four single pixels, top left, top right, bottom left, bottom right.
     template <bool Over>
-    void quad(int x, int y) {
+    __attribute__((always_inline)) void quad(int x, int y, uint64_t& pos) {
         Peeked p{0, 0};
-        put<Over>(x, y, nextColour(p));
-        put<Over>(x + 1, y, nextColour(p));
-        put<Over>(x, y + 1, nextColour(p));
-        put<Over>(x + 1, y + 1, nextColour(p));
-    }
-
-    // A split bit and, when it is 0, the symbol after it, read from one peek. True on a split.
-    __attribute__((always_inline)) bool readSplit(Color* c) {
-        if (!lookahead) {
-            if (in.readBit()) return true;
-            *c = readColour();
-            return false;
-        }
-        uint64_t bits = in.peek();
-        in.pos++;
-        if (bits & 1) return true;
-        *c = colourFrom(bits >> 1, 56);
-        return false;
+        put<Over>(x, y, nextColour(p, pos));
+        put<Over>(x + 1, y, nextColour(p, pos));
+        put<Over>(x, y + 1, nextColour(p, pos));
+        put<Over>(x + 1, y + 1, nextColour(p, pos));
     }
 
     enum Step { DONE, FAILED, SPLIT };
@@ -188,13 +197,13 @@ struct Decoder {
     // One node of the region tree. Single pixels, uniform regions and split 2 x 2 regions, which
     // make up most nodes, are decoded here; a larger split region is left to split().
     template <bool Over>
-    __attribute__((always_inline)) Step node(int x0, int y0, int x1, int y1) {
+    __attribute__((always_inline)) Step node(int x0, int y0, int x1, int y1, uint64_t& pos) {
         if (x1 - x0 == 1 && y1 - y0 == 1) {
-            put<Over>(x0, y0, readColour());
+            put<Over>(x0, y0, readColour(pos));
             return DONE;
         }
         Color c;
-        if (!readSplit(&c)) {
+        if (!readSplit(&c, pos)) {
             fill<Over>(x0, y0, x1, y1, c);
             return DONE;
         }
@@ -203,16 +212,17 @@ struct Decoder {
             return FAILED;
         }
         if (x1 - x0 == 2 && y1 - y0 == 2) {
-            quad<Over>(x0, y0);
+            quad<Over>(x0, y0, pos);
             return DONE;
         }
         return SPLIT;
     }
 
+    // Decodes a node and, when it splits, its parts; the bit position after it, or kFailed.
     template <bool Over>
-    __attribute__((always_inline)) bool part(int x0, int y0, int x1, int y1) {
-        Step step = node<Over>(x0, y0, x1, y1);
-        return step == SPLIT ? split<Over>(x0, y0, x1, y1) : step == DONE;
+    __attribute__((always_inline)) uint64_t part(int x0, int y0, int x1, int y1, uint64_t pos) {
+        Step step = node<Over>(x0, y0, x1, y1, pos);
+        return step == SPLIT ? split<Over>(x0, y0, x1, y1, pos) : step == DONE ? pos : kFailed;
     }
 
     // The four parts of a split region, the last one in the same call. Parts never reach
@@ -220,29 +230,32 @@ struct Decoder {
     // read as 0, which splits nothing, so a stream cut short still ends; decodeAll() reports
     // it once the tree is done.
     template <bool Over>
-    bool split(int x0, int y0, int x1, int y1) {
+    uint64_t split(int x0, int y0, int x1, int y1, uint64_t pos) {
         for (;;) {
             int xm = x0 + highestPowerOfTwo(x1 - x0 - 1);
             int ym = y0 + highestPowerOfTwo(y1 - y0 - 1);
-            if (!part<Over>(x0, y0, xm, ym) || !part<Over>(xm, y0, x1, ym) || !part<Over>(x0, ym, xm, y1))
-                return false;
+            if ((pos = part<Over>(x0, y0, xm, ym, pos)) == kFailed ||
+                (pos = part<Over>(xm, y0, x1, ym, pos)) == kFailed ||
+                (pos = part<Over>(x0, ym, xm, y1, pos)) == kFailed)
+                return kFailed;
             x0 = xm;
             y0 = ym;
-            Step step = node<Over>(x0, y0, x1, y1);
-            if (step != SPLIT) return step == DONE;
+            Step step = node<Over>(x0, y0, x1, y1, pos);
+            if (step != SPLIT) return step == DONE ? pos : kFailed;
         }
     }
 
+    // Decodes the whole bitmap; the bit position after it, or kFailed with error set.
     template <bool Over>
-    bool decodeAll(bool is_raw, int w, int h) {
-        if (w > 0 && h > 0) {
-            if (is_raw)
-                raw<Over>(w, h);
-            else if (!part<Over>(0, 0, w, h))
-                return false;
+    uint64_t decodeAll(bool is_raw, int w, int h) {
+        uint64_t pos = 0;
+        if (w > 0 && h > 0) pos = is_raw ? raw<Over>(w, h, pos) : part<Over>(0, 0, w, h, pos);
+        if (pos == kFailed) return kFailed;
+        if (in.overrun(pos)) {
+            error = "bit stream cut short";
+            return kFailed;
         }
-        if (in.overrun()) error = "bit stream cut short";
-        return !error;
+        return pos;
     }
 };
 
@@ -341,15 +354,16 @@ const char* readPrelude(const unsigned char* in, const unsigned char* end, Prelu
 template <bool Over>
 const char* decodeBits(const Prelude& s, const unsigned char* end, bool lookahead, Color* pixels,
                        const Color* under, int under_width, const unsigned char*& in) {
-    Decoder d(BitReader{s.bits, (size_t)(end - s.bits)}, s.tree, s.colours);
+    Decoder d(Bits{s.bits, (size_t)(end - s.bits)}, s.tree, s.colours);
     d.lookahead = lookahead && s.tree.size <= kMaxTableTree;
     if (d.lookahead) buildTable(d, s.codes);
     d.pixels = pixels;
     d.width = (int)s.header.width;
     d.under = under;
     d.under_width = under_width;
-    if (!d.decodeAll<Over>(s.header.raw != 0, (int)s.header.width, (int)s.header.height)) return d.error;
-    in = s.bits + (size_t)(d.in.pos >> 3);
+    uint64_t pos = d.decodeAll<Over>(s.header.raw != 0, (int)s.header.width, (int)s.header.height);
+    if (pos == Decoder::kFailed) return d.error;
+    in = s.bits + (size_t)(pos >> 3);
     return nullptr;
 }
 
