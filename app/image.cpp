@@ -194,18 +194,22 @@ public:
         uint32_t key = colorKey(px[0]);
         int index = add(key, px[0]);
         size_t i = 0;
-        // Four pixels of the current colour are stored as a block; a block where the colour
-        // changes goes pixel by pixel.
-        for (; i + 4 <= n; i += 4) {
-            Lanes four;
-            memcpy(&four, px + i, sizeof four);
-            if (allEqual(four, key)) {
-                storeFour(i, (uint16_t)index);
+        // Spans of pixels of the current colour are stored at once, 16 and then 4 pixels; a
+        // block of 4 where the colour changes goes pixel by pixel.
+        for (; i + kSpan <= n; i += kSpan) {
+            if (sameColour(px + i, kSpan, key)) {
+                fillIndices(i, kSpan, (uint16_t)index);
                 continue;
             }
-            for (size_t k = i; k < i + 4; k++)
-                if ((index = indexOf(k)) < 0) return false;
-            key = colorKey(px[i + 3]);
+            for (size_t block = i; block < i + kSpan; block += 4) {
+                if (sameColour(px + block, 4, key)) {
+                    fillIndices(block, 4, (uint16_t)index);
+                    continue;
+                }
+                for (size_t k = block; k < block + 4; k++)
+                    if ((index = indexOf(k)) < 0) return false;
+                key = colorKey(px[block + 3]);
+            }
         }
         for (; i < n; i++)
             if (indexOf(i) < 0) return false;
@@ -219,17 +223,28 @@ private:
     ColorMap map;
     RecentColors recent;
 
-    static bool allEqual(Lanes four, uint32_t key) {
-        Lanes same = (Lanes)(four == key);
+    static const size_t kSpan = 16;
+
+    // Whether the n pixels from p (a multiple of 4) all have colour key.
+    __attribute__((always_inline)) static bool sameColour(const Color* p, size_t n, uint32_t key) {
+        const Lanes keys = {key, key, key, key};
+        Lanes four;
+        memcpy(&four, p, sizeof four);
+        Lanes all = (Lanes)(four == keys);
+        for (size_t k = 4; k < n; k += 4) {
+            memcpy(&four, p + k, sizeof four);
+            all &= (Lanes)(four == keys);
+        }
         uint64_t low, high;
-        memcpy(&low, &same, 8);
-        memcpy(&high, (char*)&same + 8, 8);
+        memcpy(&low, &all, 8);
+        memcpy(&high, (char*)&all + 8, 8);
         return (low & high) == ~0ull;
     }
 
-    void storeFour(size_t i, uint16_t index) {
+    // Sets the n indices from i (a multiple of 4) to one value.
+    __attribute__((always_inline)) void fillIndices(size_t i, size_t n, uint16_t index) {
         const uint64_t quad = index * 0x0001000100010001ull;
-        memcpy(indices + i, &quad, 8);
+        for (size_t k = 0; k < n; k += 4) memcpy(indices + i + k, &quad, 8);
     }
 
     // Indexes pixel i through the cache, without asking whether it repeats the pixel before:
