@@ -8,7 +8,7 @@
 namespace {
 
 // Codes up to this many bits are decoded with one table look-up; longer ones walk the tree.
-const int kTableBits = 12;
+const int kTableBits = 13;
 static_assert(kTableBits < 16, "a table entry keeps the code length in 4 bits");
 
 // The bits of a byte range, least significant first, read at a bit position that the decoder
@@ -43,14 +43,15 @@ struct Symbol {
     int symbol;
 };
 
-// One look-up entry, 8 bytes so that the table stays in the first-level cache: after
-// `step & 15` bits, a leaf (step < 0, its colour at hand) or the node `step >> 4` to go on from.
+// One look-up entry, 4 bytes so that the table stays in the first-level cache: after
+// `step & 15` bits, the leaf of symbol `~(step >> 4)` (step < 0) or the node `step >> 4` to go
+// on from.
 struct TableEntry {
-    Color colour;
     int32_t step;
 
     int bits() const { return step & 15; }
     int node() const { return step >> 4; }
+    int symbol() const { return ~(step >> 4); }
 };
 
 // Trees with more nodes than this cannot be named in a table entry; they are walked bit by bit.
@@ -112,7 +113,7 @@ struct Decoder {
     __attribute__((always_inline)) Color colourFrom(uint64_t bits, int valid, uint64_t& pos) const {
         const TableEntry e = table[bits & tableMask];
         pos += e.bits();
-        if (e.step < 0) return e.colour;
+        if (e.step < 0) return colours[e.symbol()];
         Symbol s = walkPeeked(e.node(), bits >> e.bits(), valid - e.bits(), pos);
         pos = s.pos;
         return colours[s.symbol];
@@ -138,7 +139,7 @@ struct Decoder {
         pos += e.bits();
         p.bits >>= e.bits();
         p.valid -= e.bits();
-        return e.colour;
+        return colours[e.symbol()];
     }
 
     // A split bit and, when it is 0, the symbol after it, read from one peek. True on a split.
@@ -284,9 +285,8 @@ void buildTable(Decoder& d, const vec<Huff>& codes) {
     while (stack.size > 0) {
         Pending p = stack[--stack.size];
         if (p.ref < 0 || p.depth == tableBits) {
-            Color leaf = p.ref < 0 ? d.colours[~p.ref] : color_SeeThrough;
             for (unsigned high = 0; high < (1u << (tableBits - p.depth)); high++)
-                d.table[(int)(p.code | high << p.depth)] = TableEntry{leaf, p.ref * 16 + p.depth};
+                d.table[(int)(p.code | high << p.depth)] = TableEntry{p.ref * 16 + p.depth};
             continue;
         }
         stack.push(Pending{d.tree[p.ref].first, p.depth + 1, p.code});
