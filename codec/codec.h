@@ -31,6 +31,9 @@ const char* readStreamSize(const unsigned char* in, const unsigned char* end, in
 // with pixels partly decoded.
 const char* decompressOver(Bitmap& bitmap, const Bitmap& under, const unsigned char*& in, const unsigned char* end);
 
+// The same over a picture of one colour of any size: every see-through pixel becomes under.
+const char* decompressOver(Bitmap& bitmap, Color under, const unsigned char*& in, const unsigned char* end);
+
 // Appends the stream of bitmap to out. raw codes every pixel in row order instead of the region
 // tree. The bitmap must be within sizeWithinLimits. A bitmap with no rows or no columns is
 // written as its header, one colour, frequency 0 and no bit stream.

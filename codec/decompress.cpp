@@ -406,19 +406,34 @@ const char* readStreamSize(const unsigned char* in, const unsigned char* end, in
     return nullptr;
 }
 
+// Gives bitmap the size of the stream, keeping its array when it already has that size.
+void fitBitmap(Bitmap& bitmap, const Prelude& s) {
+    int width = (int)s.header.width, height = (int)s.header.height;
+    if (bitmap.width == width && bitmap.height == height) return;
+    bitmap.clear();
+    bitmap.data = allocPixels(width, height);
+    bitmap.width = width;
+    bitmap.height = height;
+}
+
 const char* decompressOver(Bitmap& bitmap, const Bitmap& under, const unsigned char*& in, const unsigned char* end) {
     Prelude s;
     if (const char* error = readPrelude(in, end, s)) return error;
     int width = (int)s.header.width, height = (int)s.header.height;
     if (under.width < width || under.height < height) return "stream larger than the picture under it";
-    if (bitmap.width != width || bitmap.height != height) {
-        if (&under == &bitmap) return "stream smaller than the picture it is decoded over";
-        bitmap.clear();
-        bitmap.data = allocPixels(width, height);
-        bitmap.width = width;
-        bitmap.height = height;
-    }
+    if (&under == &bitmap && (width != bitmap.width || height != bitmap.height))
+        return "stream smaller than the picture it is decoded over";
+    fitBitmap(bitmap, s);
     return decodeBits<true>(s, end, true, bitmap.data, under.data, under.width, in);
+}
+
+const char* decompressOver(Bitmap& bitmap, Color under, const unsigned char*& in, const unsigned char* end) {
+    Prelude s;
+    if (const char* error = readPrelude(in, end, s)) return error;
+    fitBitmap(bitmap, s);
+    // Over one colour, the see-through pixel is that colour.
+    s.colours[0] = under;
+    return decodeBits<false>(s, end, true, bitmap.data, nullptr, 0, in);
 }
 
 const char* decompress(Bitmap& bitmap, unsigned char*& in) {

@@ -1,6 +1,7 @@
 // The codec stream decoder over arbitrary bytes. A stream that decodes must leave the reader
 // inside the input, and its bitmap must survive an encode and decode unchanged. Decoding over
-// a background must agree with decoding and then compositing, failures included.
+// a background or over one colour must agree with decoding and then compositing, failures
+// included.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -40,6 +41,13 @@ static void checkOver(const uint8_t* data, size_t size, const char* error, const
     if (in != decoded_in || screen.width != width || screen.height != height) abort();
     for (long long i = 0; i < (long long)width * height; i++) {
         Color want = isSeeThrough(decoded.data[i]) ? background.data[i] : decoded.data[i];
+        if (screen.data[i] != want) abort();
+    }
+    const Color plain = {7, 8, 9, 0};
+    in = data;
+    if (decompressOver(screen, plain, in, data + size) || in != decoded_in) abort();
+    for (long long i = 0; i < (long long)width * height; i++) {
+        Color want = isSeeThrough(decoded.data[i]) ? plain : decoded.data[i];
         if (screen.data[i] != want) abort();
     }
 }

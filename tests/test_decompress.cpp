@@ -345,6 +345,34 @@ TEST(DecompressOver, ReusesAnArrayOfTheStreamsSizeOnly) {
     expectSamePixels(screen, expected);
 }
 
+TEST(DecompressOver, OneColourEqualsDecodingThenCompositingOverIt) {
+    Bitmap picture;
+    patchwork(picture, 37, 23);
+    const Color grey = {90, 91, 92, 0};
+    Bitmap plain;
+    plain.data = allocPixels(37, 23);
+    plain.width = 37;
+    plain.height = 23;
+    for (int i = 0; i < 37 * 23; i++) plain.data[i] = grey;
+    for (bool raw : {false, true}) {
+        Bytes stream = encode(picture, raw);
+        Bitmap expected, screen;
+        decodeThenComposite(stream, plain, expected);
+        const unsigned char* in = stream.data();
+        ASSERT_EQ(decompressOver(screen, grey, in, stream.data() + stream.size()), nullptr);
+        expectSamePixels(screen, expected);
+        long advanced_alone = 0;
+        Bitmap alone;
+        ASSERT_EQ(decode(stream, alone, &advanced_alone), nullptr);
+        EXPECT_EQ(in - stream.data(), advanced_alone) << "raw " << raw;
+    }
+    Bytes cut = encode(picture, false);
+    cut.resize(cut.size() / 2);
+    Bitmap screen;
+    const unsigned char* in = cut.data();
+    EXPECT_NE(decompressOver(screen, grey, in, cut.data() + cut.size()), nullptr);
+}
+
 TEST(DecompressOver, RejectsPicturesItCannotCover) {
     Bitmap picture, small, screen;
     patchwork(picture, 37, 23);
