@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "codec/codec.h"
+#include "helpers/bitmaps.h"
 
 namespace {
 
@@ -54,10 +55,7 @@ void expectRejectedAndCleared(const Bytes& stream, const char* what) {
     const char* error = decode(stream, b);
     ASSERT_NE(error, nullptr) << what;
     EXPECT_GT(strlen(error), 0u);
-    EXPECT_TRUE(b.owned);
-    EXPECT_EQ(b.data, nullptr);
-    EXPECT_EQ(b.width, 0);
-    EXPECT_EQ(b.height, 0);
+    expectCleared(b);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/bitmaps.h"
 #include "helpers/run.h"
 #include "png/png.h"
 
@@ -69,13 +70,6 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
     FILE* f = fopen(path.c_str(), "wb");
     fwrite(bytes.data(), 1, bytes.size(), f);
     fclose(f);
-}
-
-void expectCleared(const Bitmap& b) {
-    EXPECT_TRUE(b.owned);
-    EXPECT_EQ(b.data, nullptr);
-    EXPECT_EQ(b.width, 0);
-    EXPECT_EQ(b.height, 0);
 }
 
 }  // namespace
