@@ -167,8 +167,6 @@ size_t pixelCount(const Bitmap& bitmap) {
     return (size_t)bitmap.width * (size_t)bitmap.height;
 }
 
-typedef uint32_t Lanes __attribute__((vector_size(16)));
-
 // Recently seen colours in front of the map: a direct-mapped cache from colour word to index,
 // so that most pixels that change colour need no division and no chain walk.
 struct RecentColors {
@@ -227,13 +225,13 @@ private:
 
     // Whether the n pixels from p (a multiple of 4) all have colour key.
     __attribute__((always_inline)) static bool sameColour(const Color* p, size_t n, uint32_t key) {
-        const Lanes keys = {key, key, key, key};
-        Lanes four;
+        const PixelLanes keys = {key, key, key, key};
+        PixelLanes four;
         memcpy(&four, p, sizeof four);
-        Lanes all = (Lanes)(four == keys);
+        PixelLanes all = (PixelLanes)(four == keys);
         for (size_t k = 4; k < n; k += 4) {
             memcpy(&four, p + k, sizeof four);
-            all &= (Lanes)(four == keys);
+            all &= (PixelLanes)(four == keys);
         }
         uint64_t low, high;
         memcpy(&low, &all, 8);

@@ -20,16 +20,15 @@ static void releaseAll(vec<Bitmap>& bitmaps) {
     bitmaps.release();
 }
 
-// Whether the picture is all one colour, and which: a screen over such a background is decoded
-// with that colour for its see-through pixels instead of copying them from the background.
-static bool oneColour(const Bitmap& b, Color* colour) {
-    if (b.width <= 0 || b.height <= 0) return false;
+// The colour of a picture that is all one colour, else null: a screen over such a background is
+// decoded with that colour for its see-through pixels instead of copying them from it.
+static const Color* oneColour(const Bitmap& b) {
+    if (b.width <= 0 || b.height <= 0) return nullptr;
     for (int x = 1; x < b.width; x++)
-        if (b.data[x] != b.data[0]) return false;
+        if (b.data[x] != b.data[0]) return nullptr;
     for (int y = 1; y < b.height; y++)
-        if (memcmp(b.data + (size_t)y * b.width, b.data, (size_t)b.width * sizeof(Color)) != 0) return false;
-    *colour = b.data[0];
-    return true;
+        if (memcmp(b.data + (size_t)y * b.width, b.data, (size_t)b.width * sizeof(Color)) != 0) return nullptr;
+    return b.data;
 }
 
 // The first screen has nothing before it to build on, and fixes the size of every screen kept.
@@ -74,10 +73,8 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
     for (int i = 0; i < ns; i++) show.flags[i] = index.flags[i];
 
     vec<unsigned char> payload;
-    vec<bool> plain;  // per background: all one colour, kept in plain_colour
-    vec<Color> plain_colour;
+    vec<const Color*> plain;  // per background: its one colour, or null
     plain.resize(nb);
-    plain_colour.resize(nb);
     int selector = 0;
     long long background_pixels = 0;
     for (int i = 0; i < nb && !error; i++) {
@@ -85,7 +82,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         if (progress) fprintf(progress, "** Decompressing background %d/%d\r", i + 1, nb), fflush(progress);
         if (!error) error = decompress(backgrounds[i], payload);
         payload.release();
-        if (!error) plain[i] = oneColour(backgrounds[i], &plain_colour[i]);
+        if (!error) plain[i] = oneColour(backgrounds[i]);
         background_pixels += (long long)backgrounds[i].width * backgrounds[i].height;
         if (!error && background_pixels > kMaxBackgroundPixels) error = "Backgrounds too large to hold.";
     }
@@ -114,7 +111,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         const Bitmap& under = selector == nb ? screen : backgrounds[selector];
         error = checkSizes(screen_width, screen_height, under, width, height);
         if (!error)
-            error = selector != nb && plain[selector] ? decompressOver(screen, plain_colour[selector], in, end)
+            error = selector != nb && plain[selector] ? decompressOver(screen, *plain[selector], in, end)
                                                      : decompressOver(screen, under, in, end);
         payload.release();
         if (error) break;

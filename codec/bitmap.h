@@ -20,6 +20,9 @@ inline uint32_t colorKey(Color c) {
 
 const Color color_SeeThrough = {0, 0, 0, 255};
 
+// Four pixels' colour words side by side, for comparing and filling four pixels at once.
+typedef uint32_t PixelLanes __attribute__((vector_size(16)));
+
 inline bool isSeeThrough(Color c) { return colorKey(c) == 0xFF000000u; }
 
 // Row-major pixels; the bitmap frees data when it owns it. A cleared bitmap is owned, empty, 0 x 0.

@@ -57,11 +57,9 @@ struct TableEntry {
 // Trees with more nodes than this cannot be named in a table entry; they are walked bit by bit.
 const int kMaxTableTree = 1 << 26;
 
-typedef uint32_t Lanes __attribute__((vector_size(16)));
-
 // Sets n pixels to one colour word, four at a time with 16-byte stores.
 inline void fillRow(Color* row, int n, uint32_t word) {
-    const Lanes wide = {word, word, word, word};
+    const PixelLanes wide = {word, word, word, word};
     int x = 0;
     for (; x + 4 <= n; x += 4) memcpy(row + x, &wide, sizeof wide);
     for (; x < n; x++) memcpy(row + x, &word, sizeof word);
