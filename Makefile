@@ -26,7 +26,9 @@ fuzz: deps
 	@JOBS=$(JOBS) scripts/fuzz $(DURATION) $(BUILD)-fuzz $(BUILD)
 
 # Starts the demo show; without an X display it exports the demo's slides to demo-slides/.
-demo: build
+# Builds only the programs the demo needs.
+demo: configure
+	@cmake --build $(BUILD) -j$(JOBS) --target demo
 	@scripts/run-demo $(BUILD)/demo_show
 
 # Measures unpacking, decoding, memory, sizes and drawing on the corpus decks and DECK (a deck folder).

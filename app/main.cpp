@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/unpack.h"
+#include "show/unpack.h"
 #include "app/view.h"
 #include "cmdline/cmdline.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "app/unpack.h"
+#include "show/unpack.h"
 #include "app/view.h"
 #include "display/win.h"
 

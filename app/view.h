@@ -1,6 +1,6 @@
 // The interactive slide show and its scrolling transitions.
 #pragma once
-#include "app/image.h"
+#include "show/image.h"
 #include "support/vec.h"
 
 extern int trans_step;      // rows moved per transition step; 0 switches transitions off

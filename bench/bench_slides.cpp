@@ -19,13 +19,13 @@
 #include <string>
 #include <vector>
 
-#include "app/unpack.h"
+#include "show/unpack.h"
 #include "codec/codec.h"
 #include "support/util.h"
 #include "archives.h"
 #include "draw_figures.h"
-#include "tools/deck.h"
-#include "tools/packer.h"
+#include "packer/deck.h"
+#include "packer/packer.h"
 
 namespace {
 

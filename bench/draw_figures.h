@@ -2,7 +2,7 @@
 #pragma once
 #include <string>
 
-#include "app/image.h"
+#include "show/image.h"
 #include "support/vec.h"
 
 struct DrawFigures {

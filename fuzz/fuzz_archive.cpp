@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "app/unpack.h"
+#include "show/unpack.h"
 #include "fuzz/memfile.h"
 #include "support/alloc.h"
 

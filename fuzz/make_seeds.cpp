@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "app/archive.h"
+#include "show/archive.h"
 #include "codec/codec.h"
 #include "png/png.h"
 

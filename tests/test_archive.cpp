@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "app/archive.h"
+#include "show/archive.h"
 #include "helpers/archives.h"
 #include "helpers/run.h"
 

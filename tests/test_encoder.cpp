@@ -8,7 +8,7 @@
 #include "codec/codec.h"
 #include "helpers/run.h"
 #include "png/png.h"
-#include "tools/encoder.h"
+#include "codec/encoder.h"
 
 namespace {
 

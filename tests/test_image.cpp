@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/image.h"
+#include "show/image.h"
 #include "helpers/run.h"
 #include "png/png.h"
 

@@ -5,12 +5,12 @@
 #include <random>
 #include <string>
 
-#include "app/archive.h"
-#include "app/unpack.h"
+#include "show/archive.h"
+#include "show/unpack.h"
 #include "codec/codec.h"
 #include "helpers/archives.h"
 #include "helpers/run.h"
-#include "tools/packer.h"
+#include "packer/packer.h"
 
 namespace {
 

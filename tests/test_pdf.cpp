@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "app/archive.h"
+#include "show/archive.h"
 #include "helpers/run.h"
 #include "png/png.h"
-#include "tools/pdf.h"
+#include "packer/pdf.h"
 
 namespace {
 

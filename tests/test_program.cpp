@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "app/archive.h"
-#include "app/unpack.h"
+#include "show/archive.h"
+#include "show/unpack.h"
 #include "codec/codec.h"
 #include "helpers/archives.h"
 #include "helpers/run.h"

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "app/archive.h"
+#include "show/archive.h"
 #include "codec/codec.h"
 #include "helpers/archives.h"
 #include "helpers/run.h"

@@ -2,7 +2,7 @@
 #pragma once
 #include <string>
 
-#include "app/archive.h"
+#include "show/archive.h"
 
 // Writes prefix (the program bytes in front of an appended archive; empty for a separate one)
 // and then the archive to path. Returns the whole file's bytes.

@@ -1,6 +1,6 @@
 // Choosing backgrounds and encoding every page as a screen of a slide archive.
 #pragma once
-#include "app/archive.h"
+#include "show/archive.h"
 #include "codec/bitmap.h"
 
 struct PackedShow {

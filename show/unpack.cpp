@@ -1,4 +1,4 @@
-#include "app/unpack.h"
+#include "show/unpack.h"
 
 #include <cstdio>
 #include <cstring>

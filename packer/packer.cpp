@@ -1,10 +1,10 @@
-#include "tools/packer.h"
+#include "packer/packer.h"
 
 #include <cstring>
 #include <utility>
 
 #include "codec/codec.h"
-#include "tools/encoder.h"
+#include "codec/encoder.h"
 
 namespace {
 

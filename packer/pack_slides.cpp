@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "app/unpack.h"
+#include "show/unpack.h"
 #include "support/exits.h"
 #include "png/png.h"
-#include "tools/deck.h"
-#include "tools/packer.h"
-#include "tools/pdf.h"
+#include "packer/deck.h"
+#include "packer/packer.h"
+#include "packer/pdf.h"
 
 static const char* usage =
     "Usage: pack_slides TALK.pdf (-o SHOW | --archive FILE) [--size WxH] [--background RRGGBB]\n"

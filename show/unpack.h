@@ -2,8 +2,8 @@
 #pragma once
 #include <cstdio>
 
-#include "app/archive.h"
-#include "app/image.h"
+#include "show/archive.h"
+#include "show/image.h"
 
 // What a run does with the screens: view them, export every screen, or export the last screen of
 // every slide.

@@ -1,4 +1,4 @@
-#include "tools/encoder.h"
+#include "codec/encoder.h"
 
 #include <climits>
 #include <cstring>

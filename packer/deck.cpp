@@ -1,4 +1,4 @@
-#include "tools/deck.h"
+#include "packer/deck.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "app/archive.h"
+#include "show/archive.h"
 
 #include <sys/stat.h>
 

@@ -1,5 +1,5 @@
 // Turning a bitmap into a palette and 16-bit indices, and reading pixels back out.
-#include "app/image.h"
+#include "show/image.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "tools/pdf.h"
+#include "packer/pdf.h"
 
 #include <strings.h>
 
@@ -15,7 +15,7 @@
 #include <poppler/cpp/poppler-page-renderer.h>
 #include <poppler/cpp/poppler-page.h>
 
-#include "tools/deck.h"
+#include "packer/deck.h"
 
 PageFit fitPage(double pw, double ph, int width, int height) {
     double scale = std::min(width / pw, height / ph);
