@@ -2,10 +2,9 @@
 
 #include <climits>
 #include <cstring>
-#include <unordered_map>
-#include <utility>
 
 #include "codec/codec.h"
+#include "codec/colour_index.h"
 #include "codec/huffman.h"
 #include "codec/stream.h"
 
@@ -201,12 +200,6 @@ struct Table {
     int longest = 0;   // code length
 };
 
-int varintBytes(unsigned v) {
-    int n = 1;
-    for (; v > 127; v >>= 7) n++;
-    return n;
-}
-
 // Bits of the frequencies and of the symbols coded `uses` times under codes.
 long long frequencyAndCodeBits(const vec<int>& freqs, const vec<int>& uses, const vec<Huff>& codes) {
     long long bits = 0;
@@ -269,13 +262,6 @@ void estimateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int*
     *cheapest = t.codes[t.shortest].length * kBit;
 }
 
-template <class T>
-void swapVec(vec<T>& a, vec<T>& b) {
-    std::swap(a.data, b.data);
-    std::swap(a.size, b.size);
-    std::swap(a.cap, b.cap);
-}
-
 // estimateCosts in place; false when nothing changed.
 bool updateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int* cheapest) {
     vec<int> next;
@@ -283,7 +269,7 @@ bool updateCosts(const Table& t, const vec<int>& counts, vec<int>& costs, int* c
     int next_cheapest = 0;
     estimateCosts(t, counts, next, &next_cheapest);
     bool changed = next_cheapest != *cheapest || memcmp(next.data, costs.data, sizeof(int) * costs.size) != 0;
-    swapVec(next, costs);
+    next.swap(costs);
     *cheapest = next_cheapest;
     return changed;
 }
@@ -301,16 +287,10 @@ struct Counter {
 };
 
 // The length in bytes of the stream writeStream would write for the counted plan.
-long long streamBytes(const IndexedPage& page, const Counter& counter, const Table& t) {
-    const Bitmap& b = *page.bitmap;
-    long long bytes = 1 + varintBytes((unsigned)b.width) + varintBytes((unsigned)b.height) +
-                      varintBytes((unsigned)t.colours.size) + 3LL * (t.colours.size - 1);
+long long planBytes(const IndexedPage& page, const Counter& counter, const Table& t) {
     long long bits = counter.flags + (long long)counter.cheapest * t.codes[t.shortest].length;
-    for (int i = 0; i < t.colours.size; i++) {
-        bytes += varintBytes((unsigned)t.freqs[i]);
-        bits += (long long)counter.counts[t.colours[i]] * t.codes[i].length;
-    }
-    return bytes + (bits + 7) / 8;
+    for (int i = 0; i < t.colours.size; i++) bits += (long long)counter.counts[t.colours[i]] * t.codes[i].length;
+    return streamBytes(page.bitmap->width, page.bitmap->height, t.freqs, bits);
 }
 
 // The smallest plan found so far, with what rebuilds its table.
@@ -321,49 +301,24 @@ struct BestPlan {
     int cheapest = 0;
 };
 
-// Collects bits lowest first into bytes; the last byte keeps its unused high bits 0.
-struct Bits {
-    vec<unsigned char>& out;
-    unsigned long long pending = 0;
-    int count = 0;
-
-    void put(unsigned long long bits, int n) {
-        pending |= bits << count;
-        count += n;
-        for (; count >= 8; count -= 8, pending >>= 8) out.push((unsigned char)pending);
-    }
-    void finish() {
-        if (count > 0) out.push((unsigned char)pending);
-    }
-};
-
 struct Emitter {
     const Table& table;
-    Bits& bits;
+    BitWriter& bits;
 
     void operator()(const Rect& r, int step) {
         if (!r.single()) bits.put(step == kSplit, 1);
         if (step == kSplit) return;
-        const Huff& h = table.codes[step == kCheapest ? table.shortest : table.index[step]];
-        bits.put(h.code & 0xFFFFFFFFu, h.length);
+        bits.putCode(table.codes[step == kCheapest ? table.shortest : table.index[step]]);
     }
 };
 
 
 void writeStream(const IndexedPage& page, const vec<int>& plan, const Table& t, vec<unsigned char>& out) {
     const Bitmap& b = *page.bitmap;
-    writeVarint(out, 0);
-    writeVarint(out, (unsigned)b.width);
-    writeVarint(out, (unsigned)b.height);
-    writeVarint(out, (unsigned)t.colours.size);
-    for (int i = 1; i < t.colours.size; i++) {
-        const Color& c = page.colours[t.colours[i]];
-        out.push(c.r);
-        out.push(c.g);
-        out.push(c.b);
-    }
-    for (int f : t.freqs) writeVarint(out, (unsigned)f);
-    Bits bits{out};
+    vec<Color> colours;
+    for (int c : t.colours) colours.push(page.colours[c]);
+    writeStreamHead(out, false, b.width, b.height, colours, t.freqs);
+    BitWriter bits{out};
     Emitter emit{t, bits};
     int pos = 0;
     walkPlan(plan, pos, Rect{0, 0, b.width, b.height}, emit);
@@ -407,10 +362,10 @@ void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan
         walkPlan(plan, pos, whole, counter);
         Table t;
         buildTable(counts, counter.cheapest, t, false);
-        long long bytes = streamBytes(page, counter, t);
+        long long bytes = planBytes(page, counter, t);
         if (t.longest <= 32 && (best.bytes < 0 || bytes < best.bytes)) {
             best.bytes = bytes;
-            swapVec(best.plan, plan);
+            best.plan.swap(plan);
             best.counts.clear();
             for (int c : counts) best.counts.push(c);
             best.cheapest = counter.cheapest;
@@ -424,24 +379,7 @@ void refine(const Allowed& allowed, vec<int>& counts, int rounds, vec<int>& plan
 
 void indexPage(const Bitmap& bitmap, IndexedPage& page) {
     page.bitmap = &bitmap;
-    page.colours.clear();
-    page.colours.push(color_SeeThrough);
-    int n = bitmap.width * bitmap.height;
-    page.ids.assignZero(n);
-    std::unordered_map<uint32_t, int> numbers;
-    numbers[colorKey(color_SeeThrough)] = 0;
-    uint32_t last_key = colorKey(color_SeeThrough);
-    int last_id = 0;
-    for (int i = 0; i < n; i++) {
-        uint32_t key = colorKey(bitmap.data[i]);
-        if (key != last_key) {
-            auto found = numbers.emplace(key, page.colours.size);
-            if (found.second) page.colours.push(bitmap.data[i]);
-            last_key = key;
-            last_id = found.first->second;
-        }
-        page.ids[i] = last_id;
-    }
+    indexColours(bitmap, page.ids, page.colours);
 }
 
 bool encodePage(const IndexedPage& page, const Bitmap* under, const unsigned char* any, Effort effort,

@@ -1,5 +1,6 @@
 #include "io/file.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,9 +10,17 @@
 
 #include "support/util.h"
 
+// Writes the pending bytes; the first failure is kept for close to report.
 void File::flush() {
-    ssize_t written = write(fd, buf, pos);  // failures are not reported
-    (void)written;
+    for (int done = 0; done < pos;) {
+        ssize_t n = write(fd, buf + done, pos - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (!write_error) write_error = n < 0 ? errno : ENOSPC;
+            break;
+        }
+        done += (int)n;
+    }
     pos = 0;
 }
 
@@ -43,13 +52,14 @@ void File::toWrite() {
 }
 
 // Allocates the buffer and, in READ mode, reads the first block.
-static void startBuffer(File& f) {
-    f.buf = (unsigned char*)malloc(FILE_BUF_SIZE);
-    if (!f.buf) throw Exception_MemOut();
-    if (f.mode == READ)
-        f.size = (int)read(f.fd, f.buf, FILE_BUF_SIZE);
+void File::startBuffer() {
+    write_error = 0;
+    buf = (unsigned char*)malloc(FILE_BUF_SIZE);
+    if (!buf) throw Exception_MemOut();
+    if (mode == READ)
+        size = (int)read(fd, buf, FILE_BUF_SIZE);
     else
-        f.size = -1;
+        size = -1;
 }
 
 void File::open(int new_fd, FileMode new_mode, bool new_own_fd) {
@@ -58,7 +68,7 @@ void File::open(int new_fd, FileMode new_mode, bool new_own_fd) {
     fd = new_fd;
     mode = new_mode;
     own_fd = new_own_fd;
-    startBuffer(*this);
+    startBuffer();
 }
 
 void File::open(const char* path, const char* mode_text) {
@@ -69,7 +79,7 @@ void File::open(const char* path, const char* mode_text) {
     pos = 0;
     mode = strchr(mode_text, 'r') ? READ : WRITE;
     if (strchr(mode_text, 'a')) lseek64(fd, 0, SEEK_END);
-    startBuffer(*this);
+    startBuffer();
 }
 
 void File::seek(long long offset, int whence) {
@@ -88,13 +98,14 @@ long long File::tell() {
     return mode == WRITE ? at + pos : at - (size - pos);
 }
 
-void File::close() {
-    if (fd == -1) return;
+bool File::close() {
+    if (fd == -1) return write_error == 0;
     if (mode == WRITE) flush();
     free(buf);
     buf = nullptr;
-    if (own_fd) ::close(fd);
+    if (own_fd && ::close(fd) != 0 && mode == WRITE && !write_error) write_error = errno;
     fd = -1;
+    return write_error == 0;
 }
 
 static void readInto(File& f, vec<char>& out, bool stop_at_line_feed) {
@@ -111,7 +122,7 @@ void getFile(File& f, vec<char>& out) { readInto(f, out, false); }
 void getLine(File& f, vec<char>& out) { readInto(f, out, true); }
 
 void putf(File& f, const char* format, ...) {
-    if (f.mode == READ) f.toWrite();
+    if (f.state().mode == READ) f.toWrite();
     va_list args;
     va_start(args, format);
     char* text = vnsprintf(format, args);
@@ -155,18 +166,18 @@ void putUInt(File& f, unsigned long long value) {
     putBytes(f, value, 8);
 }
 
-size_t readBytes(File& f, unsigned char* out, size_t n) {
+size_t File::readBytes(unsigned char* out, size_t n) {
     size_t got = 0;
     while (got < n) {
-        if (f.pos < f.size) {
-            size_t take = (size_t)(f.size - f.pos);
+        if (pos < size) {
+            size_t take = (size_t)(size - pos);
             if (take > n - got) take = n - got;
-            memcpy(out + got, f.buf + f.pos, take);
-            f.pos += (int)take;
+            memcpy(out + got, buf + pos, take);
+            pos += (int)take;
             got += take;
             continue;
         }
-        int c = f.getChar();  // switches mode, refills after a full read, or reports the end
+        int c = getChar();  // switches mode, refills after a full read, or reports the end
         if (c < 0) break;
         out[got++] = (unsigned char)c;
     }

@@ -10,17 +10,21 @@ enum FileMode { READ = 0, WRITE = 1 };
 
 static const int FILE_BUF_SIZE = 1024;
 
+// The stream's state, for tests and diagnostics.
+struct FileState {
+    int fd;
+    FileMode mode;
+    const unsigned char* buf;
+    int size;
+    int pos;
+    bool own_fd;
+};
+
 // In READ mode the descriptor's position is size - pos bytes ahead of the logical one; in WRITE
-// mode it is pos bytes behind it. buf, pos and size are public so that bulk readers can take
-// bytes straight out of the buffer.
+// mode it is pos bytes behind it.
 class File {
 public:
-    int fd = -1;                  // -1: not open
-    FileMode mode = READ;
-    unsigned char* buf = nullptr;  // FILE_BUF_SIZE bytes while open
-    int size = -1;                // READ: result of the last read() into buf; WRITE: -1
-    int pos = 0;                  // READ: next byte to hand out; WRITE: bytes waiting in buf
-    bool own_fd = true;           // close() closes the descriptor
+    int fd = -1;  // -1: not open
 
     File() {}
     File(const File&) = delete;
@@ -35,8 +39,12 @@ public:
     // whence is SEEK_SET, SEEK_CUR or SEEK_END; in READ mode the buffer is refilled at once.
     void seek(long long offset, int whence);
     long long tell();
-    // Flushes pending output, frees the buffer and, if owned, closes the descriptor.
-    void close();
+    // Flushes pending output, frees the buffer and, if owned, closes the descriptor. Returns
+    // false when a write since the stream was opened failed (writeError tells why).
+    bool close();
+    // The errno of the first write that failed since the stream was opened; 0 when none did.
+    int writeError() const { return write_error; }
+    FileState state() const { return FileState{fd, mode, buf, size, pos, own_fd}; }
 
     // The next byte (0..255), or -1 at end of file. A refill is tried only after a full read.
     int getChar() {
@@ -56,12 +64,25 @@ public:
         buf[pos++] = c;
     }
 
+    // Takes up to n bytes exactly as n getChar calls would, but a buffer's worth at a time
+    // (refilling with one read() of 1024 bytes only after a full read). Returns the count, fewer
+    // than n only at end of file.
+    size_t readBytes(unsigned char* out, size_t n);
+
     // Mode switches: toRead flushes and reads at the descriptor's position; toWrite moves the
     // descriptor back over the unread read-ahead.
     void toRead();
     void toWrite();
 
 private:
+    FileMode mode = READ;
+    unsigned char* buf = nullptr;  // FILE_BUF_SIZE bytes while open
+    int size = -1;                 // READ: result of the last read() into buf; WRITE: -1
+    int pos = 0;                   // READ: next byte to hand out; WRITE: bytes waiting in buf
+    bool own_fd = true;            // close() closes the descriptor
+    int write_error = 0;           // errno of the first failed write since open
+
+    void startBuffer();
     void flush();
     void fillBuffer();
     int refill();
@@ -80,8 +101,3 @@ void putf(File& f, const char* format, ...) __attribute__((format(printf, 2, 3))
 // reads its missing bytes as all ones.
 unsigned long long getUInt(File& f);
 void putUInt(File& f, unsigned long long value);
-
-// Takes up to n bytes exactly as n getChar calls would, but a buffer's worth at a time (refilling
-// with one read() of 1024 bytes only after a full read). Returns the count, fewer than n only at
-// end of file.
-size_t readBytes(File& f, unsigned char* out, size_t n);

@@ -180,9 +180,7 @@ static long long writeOutput(const Options& o, const char* viewer, int fd, const
     writeArchive(out, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, base, show.backgrounds, show.screens,
                  show.flags);
     long long total = out.tell();
-    out.close();
-    struct stat st;
-    if (stat(temp_path, &st) != 0 || st.st_size != total) fail(errorf("Could not write: %s", output));
+    if (!out.close()) fail(errorf("Could not write: %s", output));
     chmod(temp_path, o.show ? 0755 : 0644);
     return total - (long long)base;
 }

@@ -1,7 +1,6 @@
 #include "packer/packer.h"
 
 #include <cstring>
-#include <utility>
 
 #include "codec/codec.h"
 #include "codec/encoder.h"
@@ -44,13 +43,6 @@ void plainBackground(const IndexedPage& first, Bitmap& bg) {
     const Bitmap& page = *first.bitmap;
     makeBitmap(bg, page.width, page.height);
     for (int i = 0; i < page.width * page.height; i++) bg.data[i] = first.colours[most];
-}
-
-void moveBytes(vec<unsigned char>& from, vec<unsigned char>& to) {
-    to.release();
-    std::swap(to.data, from.data);
-    std::swap(to.size, from.size);
-    std::swap(to.cap, from.cap);
 }
 
 // A screen's streams over each candidate background (by candidate number) and over the previous
@@ -175,14 +167,14 @@ void writePlan(vec<Options>& options, Plan& plan, PackedShow& show) {
         bool used = false;
         for (int k : plan.choice) used |= k == c;
         number[c] = used ? show.backgrounds.size : -1;
-        if (used) moveBytes(plan.backgrounds[c], show.backgrounds.push());
+        if (used) show.backgrounds.push().swap(plan.backgrounds[c]);
     }
     show.screens.release();
     show.screens.resize(options.size);
     for (int i = 0; i < options.size; i++) {
         int k = plan.choice[i];
         show.screens[i].selector = k < 0 ? show.backgrounds.size : number[k];
-        moveBytes(options[i].stream(k), show.screens[i].payload);
+        show.screens[i].payload.swap(options[i].stream(k));
     }
 }
 

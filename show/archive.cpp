@@ -77,7 +77,7 @@ const char* readRecord(File& archive, const ArchiveIndex& index, int r, int* sel
     if (n > index.length || n > 0x7FFFFFFF) return "Record length exceeds the size of the archive.";
     payload.release();
     payload.resize((int)n);
-    size_t got = readBytes(archive, payload.data, (size_t)n);
+    size_t got = archive.readBytes(payload.data, (size_t)n);
     for (size_t i = got; i < n; i++) payload[(int)i] = 0xFF;  // bytes past the end of the file
     return nullptr;
 }

@@ -73,6 +73,16 @@ struct vec {
     // Drops the elements, keeps the storage.
     void clear() { resize(0); }
 
+    // Exchanges contents with other (storage included); nothing is copied.
+    void swap(vec& other) {
+        T* d = data;
+        data = other.data, other.data = d;
+        int n = size;
+        size = other.size, other.size = n;
+        int c = cap;
+        cap = other.cap, other.cap = c;
+    }
+
     // Drops the elements and gives the storage back.
     void release() {
         if (cap > 0) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "codec/codec.h"
+#include "codec/stream.h"
 
 namespace {
 
@@ -129,4 +130,35 @@ TEST(Compress, ManyColoursGetDistinctIndices) {
         ASSERT_EQ(entry[1], (unsigned char)((i - 1) >> 8));
         ASSERT_EQ(entry[2], 77);
     }
+}
+
+TEST(StreamSize, CountsWhatTheHeaderWriterWrites) {
+    // Frequencies and sizes across the varint lengths: 1, 2, 3 and 5 bytes.
+    const int sizes[][2] = {{1, 1}, {127, 128}, {1005, 754}, {65535, 16383}};
+    const int freq_sets[][4] = {{0, 0, 0, 0}, {127, 128, 16383, 16384}, {0, 2097152, 1, 0x7FFFFFFF}};
+    for (const auto& size : sizes)
+        for (const auto& set : freq_sets)
+            for (int n = 1; n <= 4; n++) {
+                vec<Color> table;
+                vec<int> freqs;
+                for (int i = 0; i < n; i++) {
+                    table.push(i ? Color{(unsigned char)i, 2, 3, 0} : color_SeeThrough);
+                    freqs.push(set[i]);
+                }
+                vec<unsigned char> out;
+                writeStreamHead(out, false, size[0], size[1], table, freqs);
+                EXPECT_EQ(streamHeadBytes(size[0], size[1], freqs), out.size) << size[0] << " x " << size[1] << ", " << n;
+            }
+}
+
+TEST(StreamSize, CountsAWholeStreamOfThePlainEncoder) {
+    // A raw stream of one opaque colour codes every pixel with one bit.
+    Bitmap b;
+    makeBitmap(b, 1005, 754, kBlack);
+    vec<unsigned char> out;
+    compress(b, out, true);
+    vec<int> freqs;
+    freqs.push(0);
+    freqs.push(1005 * 754);
+    EXPECT_EQ(streamBytes(1005, 754, freqs, 1005 * 754), out.size);
 }

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -71,11 +72,11 @@ static bool isOpenFd(int fd) { return fcntl(fd, F_GETFD) != -1; }
 TEST(File, StartsClosed) {
     File f;
     EXPECT_EQ(f.fd, -1);
-    EXPECT_EQ(f.mode, READ);
-    EXPECT_EQ(f.buf, nullptr);
-    EXPECT_EQ(f.size, -1);
-    EXPECT_EQ(f.pos, 0);
-    EXPECT_TRUE(f.own_fd);
+    EXPECT_EQ(f.state().mode, READ);
+    EXPECT_EQ(f.state().buf, nullptr);
+    EXPECT_EQ(f.state().size, -1);
+    EXPECT_EQ(f.state().pos, 0);
+    EXPECT_TRUE(f.state().own_fd);
     EXPECT_EQ(f.getChar(), -1);
 }
 
@@ -84,9 +85,9 @@ TEST(File, OpeningForReadingReadsTheFirstBlock) {
     File f;
     f.open(t.path.c_str(), "rb");
     ASSERT_NE(f.fd, -1);
-    EXPECT_EQ(f.mode, READ);
-    EXPECT_EQ(f.size, 1024);
-    EXPECT_EQ(f.pos, 0);
+    EXPECT_EQ(f.state().mode, READ);
+    EXPECT_EQ(f.state().size, 1024);
+    EXPECT_EQ(f.state().pos, 0);
     EXPECT_EQ(readAllChars(f), patterned(2000));
 }
 
@@ -95,11 +96,11 @@ TEST(File, FullBlockFileMakesOneMoreReadAtTheEnd) {
     File f;
     f.open(t.path.c_str(), "rb");
     for (int i = 0; i < 1024; i++) ASSERT_GE(f.getChar(), 0);
-    EXPECT_EQ(f.size, 1024);
-    EXPECT_EQ(f.pos, 1024);
+    EXPECT_EQ(f.state().size, 1024);
+    EXPECT_EQ(f.state().pos, 1024);
     t.append("Z");  // a refill after the full block sees bytes added meanwhile
     EXPECT_EQ(f.getChar(), 'Z');
-    EXPECT_EQ(f.size, 1);
+    EXPECT_EQ(f.state().size, 1);
     EXPECT_EQ(f.getChar(), -1);
 }
 
@@ -108,8 +109,8 @@ TEST(File, FullBlockFileReportsEndAfterAnEmptyRead) {
     File f;
     f.open(t.path.c_str(), "rb");
     EXPECT_EQ(readAllChars(f), patterned(1024));
-    EXPECT_EQ(f.size, 0);
-    EXPECT_EQ(f.pos, 0);
+    EXPECT_EQ(f.state().size, 0);
+    EXPECT_EQ(f.state().pos, 0);
 }
 
 TEST(File, ShortBlockReportsEndWithoutReading) {
@@ -117,11 +118,11 @@ TEST(File, ShortBlockReportsEndWithoutReading) {
     File f;
     f.open(t.path.c_str(), "rb");
     EXPECT_EQ(readAllChars(f), patterned(1023));
-    EXPECT_EQ(f.size, 1023);
-    EXPECT_EQ(f.pos, 1023);
+    EXPECT_EQ(f.state().size, 1023);
+    EXPECT_EQ(f.state().pos, 1023);
     t.append("Z");  // no further read() is made after a short one
     EXPECT_EQ(f.getChar(), -1);
-    EXPECT_EQ(f.size, 1023);
+    EXPECT_EQ(f.state().size, 1023);
 }
 
 TEST(File, SeekFromTheEndReachesTheLastEightBytes) {
@@ -130,8 +131,8 @@ TEST(File, SeekFromTheEndReachesTheLastEightBytes) {
     File f;
     f.open(t.path.c_str(), "rb");
     f.seek(-8, SEEK_END);
-    EXPECT_EQ(f.size, 8);
-    EXPECT_EQ(f.pos, 0);
+    EXPECT_EQ(f.state().size, 8);
+    EXPECT_EQ(f.state().pos, 0);
     for (int i = 0; i < 8; i++) EXPECT_EQ(f.getChar(), (unsigned char)data[2992 + i]);
     EXPECT_EQ(f.getChar(), -1);
 }
@@ -165,14 +166,14 @@ TEST(File, TellCountsBytesWrittenBeforeTheyReachTheFile) {
     TempFile t;
     File f;
     f.open(t.path.c_str(), "wb");
-    EXPECT_EQ(f.mode, WRITE);
-    EXPECT_EQ(f.size, -1);
+    EXPECT_EQ(f.state().mode, WRITE);
+    EXPECT_EQ(f.state().size, -1);
     for (int i = 0; i < 1024; i++) f.putChar('a');
     EXPECT_EQ(f.tell(), 1024);
     EXPECT_EQ(t.content().size(), 0u);
     f.putChar('b');  // the full buffer goes out first
     EXPECT_EQ(t.content().size(), 1024u);
-    EXPECT_EQ(f.pos, 1);
+    EXPECT_EQ(f.state().pos, 1);
     EXPECT_EQ(f.tell(), 1025);
     f.close();
     EXPECT_EQ(t.content(), std::string(1024, 'a') + "b");
@@ -198,7 +199,7 @@ TEST(File, AppendModeWritesAtTheEnd) {
     TempFile t("abc");
     File f;
     f.open(t.path.c_str(), "a");
-    EXPECT_EQ(f.mode, WRITE);
+    EXPECT_EQ(f.state().mode, WRITE);
     EXPECT_EQ(f.tell(), 3);
     putf(f, "xyz");
     f.close();
@@ -209,9 +210,9 @@ TEST(File, FailedOpenChangesOnlyTheDescriptor) {
     File f;
     f.open("/tmp/slides-no-such-dir/x", "rb");
     EXPECT_EQ(f.fd, -1);
-    EXPECT_EQ(f.buf, nullptr);
-    EXPECT_EQ(f.size, -1);
-    EXPECT_EQ(f.mode, READ);
+    EXPECT_EQ(f.state().buf, nullptr);
+    EXPECT_EQ(f.state().size, -1);
+    EXPECT_EQ(f.state().mode, READ);
     TempFile t("abc");
     f.open(t.path.c_str(), "x");  // exclusive creation of an existing file fails
     EXPECT_EQ(f.fd, -1);
@@ -223,7 +224,7 @@ TEST(File, ReadAndWriteWithoutPlusOpensReadOnlyAndTruncates) {
     f.open(t.path.c_str(), "rw");
     ASSERT_NE(f.fd, -1);
     EXPECT_EQ(fcntl(f.fd, F_GETFL) & O_ACCMODE, O_RDONLY);
-    EXPECT_EQ(f.mode, READ);
+    EXPECT_EQ(f.state().mode, READ);
     EXPECT_EQ(t.content(), "");
 }
 
@@ -231,12 +232,12 @@ TEST(File, WritingAfterReadingLandsAtTheLogicalPosition) {
     TempFile t("hello world");
     File f;
     f.open(t.path.c_str(), "r+");
-    EXPECT_EQ(f.mode, READ);
+    EXPECT_EQ(f.state().mode, READ);
     EXPECT_EQ(f.getChar(), 'h');
     EXPECT_EQ(f.getChar(), 'e');
     f.putChar('X');
-    EXPECT_EQ(f.mode, WRITE);
-    EXPECT_EQ(f.size, -1);
+    EXPECT_EQ(f.state().mode, WRITE);
+    EXPECT_EQ(f.state().size, -1);
     f.close();
     EXPECT_EQ(t.content(), "heXlo world");
 }
@@ -245,12 +246,12 @@ TEST(File, ReadingAfterWritingFlushesFirst) {
     TempFile t;
     File f;
     f.open(t.path.c_str(), "w+");
-    EXPECT_EQ(f.mode, WRITE);
+    EXPECT_EQ(f.state().mode, WRITE);
     putf(f, "%s-%d", "abc", 42);
     f.seek(0, SEEK_SET);
-    EXPECT_EQ(f.mode, WRITE);
+    EXPECT_EQ(f.state().mode, WRITE);
     EXPECT_EQ(readAllChars(f), "abc-42");
-    EXPECT_EQ(f.mode, READ);
+    EXPECT_EQ(f.state().mode, READ);
     f.seek(2, SEEK_SET);
     f.putChar('Q');
     f.seek(4, SEEK_SET);
@@ -265,8 +266,8 @@ TEST(File, EmptyFormatStillSwitchesToWriting) {
     f.open(t.path.c_str(), "r+");
     f.getChar();
     putf(f, "%s", "");
-    EXPECT_EQ(f.mode, WRITE);
-    EXPECT_EQ(f.pos, 0);
+    EXPECT_EQ(f.state().mode, WRITE);
+    EXPECT_EQ(f.state().pos, 0);
     EXPECT_EQ(f.tell(), 1);
 }
 
@@ -279,7 +280,7 @@ TEST(File, CloseOnAClosedFileDoesNothing) {
     f.close();
     f.close();
     EXPECT_EQ(f.fd, -1);
-    EXPECT_EQ(f.buf, nullptr);
+    EXPECT_EQ(f.state().buf, nullptr);
 }
 
 TEST(File, CloseLeavesABorrowedDescriptorOpen) {
@@ -288,7 +289,7 @@ TEST(File, CloseLeavesABorrowedDescriptorOpen) {
     {
         File f;
         f.open(fd, READ, false);
-        EXPECT_EQ(f.size, 3);
+        EXPECT_EQ(f.state().size, 3);
         EXPECT_EQ(f.getChar(), 'a');
         f.close();
         EXPECT_EQ(f.fd, -1);
@@ -322,7 +323,7 @@ TEST(File, AdoptedDescriptorForWritingStartsEmpty) {
     int fd = ::open(t.path.c_str(), O_WRONLY);
     File f;
     f.open(fd, WRITE, true);
-    EXPECT_EQ(f.size, -1);
+    EXPECT_EQ(f.state().size, -1);
     putf(f, "n=%d", 7);
     EXPECT_EQ(t.content(), "");
     f.close();
@@ -340,6 +341,39 @@ TEST(File, DestructorFlushesAndCloses) {
     }
     EXPECT_FALSE(isOpenFd(fd));
     EXPECT_EQ(t.content(), "bye");
+}
+
+TEST(File, CloseReportsAWriteThatFailed) {
+    File f;
+    f.open("/dev/full", "wb");
+    ASSERT_NE(f.fd, -1);
+    for (int i = 0; i < 3000; i++) f.putChar('x');  // the first flush already fails
+    EXPECT_EQ(f.writeError(), ENOSPC);
+    putf(f, "more");
+    EXPECT_FALSE(f.close());
+    EXPECT_EQ(f.writeError(), ENOSPC);  // kept after closing, for the message
+}
+
+TEST(File, CloseReportsAFailureOfTheLastFlush) {
+    File f;
+    f.open("/dev/full", "wb");
+    putf(f, "short");  // nothing is written before close
+    EXPECT_EQ(f.writeError(), 0);
+    EXPECT_FALSE(f.close());
+    EXPECT_EQ(f.writeError(), ENOSPC);
+}
+
+TEST(File, WriteErrorIsClearedByOpening) {
+    TempFile t;
+    File f;
+    f.open("/dev/full", "wb");
+    putf(f, "lost");
+    EXPECT_FALSE(f.close());
+    f.open(t.path.c_str(), "wb");
+    EXPECT_EQ(f.writeError(), 0);
+    putf(f, "kept");
+    EXPECT_TRUE(f.close());
+    EXPECT_EQ(t.content(), "kept");
 }
 
 TEST(GetFile, ReadsTheRestWithACountedTerminator) {
@@ -445,16 +479,16 @@ TEST(ReadBytes, MatchesByteByByteReading) {
     const size_t steps[] = {100, 2000, 1, 1024, 3000};
     size_t at = 0;
     for (size_t n : steps) {
-        size_t got = readBytes(bulk, out, n);
+        size_t got = bulk.readBytes(out, n);
         size_t expect = std::min(n, data.size() - at);
         ASSERT_EQ(got, expect);
         EXPECT_EQ(std::string((char*)out, got), data.substr(at, got));
         for (size_t i = 0; i < n; i++) single.getChar();
-        EXPECT_EQ(bulk.pos, single.pos);
-        EXPECT_EQ(bulk.size, single.size);
+        EXPECT_EQ(bulk.state().pos, single.state().pos);
+        EXPECT_EQ(bulk.state().size, single.state().size);
         at += got;
     }
-    EXPECT_EQ(readBytes(bulk, out, 10), 0u);
+    EXPECT_EQ(bulk.readBytes(out, 10), 0u);
 }
 
 TEST(ReadBytes, FullBlockFileEndsLikeGetChar) {
@@ -462,8 +496,8 @@ TEST(ReadBytes, FullBlockFileEndsLikeGetChar) {
     File f;
     f.open(t.path.c_str(), "rb");
     unsigned char out[2048];
-    EXPECT_EQ(readBytes(f, out, 2048), 1024u);
-    EXPECT_EQ(f.size, 0);
+    EXPECT_EQ(f.readBytes(out, 2048), 1024u);
+    EXPECT_EQ(f.state().size, 0);
     EXPECT_EQ(std::string((char*)out, 1024), patterned(1024));
 }
 
@@ -474,7 +508,7 @@ TEST(ReadBytes, SwitchesAWritingStreamToReading) {
     putf(f, "0123456789");
     f.seek(4, SEEK_SET);
     unsigned char out[16];
-    EXPECT_EQ(readBytes(f, out, 16), 6u);
+    EXPECT_EQ(f.readBytes(out, 16), 6u);
     EXPECT_EQ(std::string((char*)out, 6), "456789");
-    EXPECT_EQ(f.mode, READ);
+    EXPECT_EQ(f.state().mode, READ);
 }
