@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "show/notes.h"
+
 // What readIndex says when the trailer does not point into the file: no archive is there.
 static const char* const no_archive = "No slide archive found: the file ends without a valid trailer.";
 
@@ -13,7 +15,7 @@ unsigned long long getIntUnpacked(File& file) {
     return value;
 }
 
-static void putIntUnpacked(File& file, unsigned long long value) {
+void putIntUnpacked(File& file, unsigned long long value) {
     for (int k = 0; k < 8; k++) file.putChar((unsigned char)(value >> (8 * k)));
 }
 
@@ -47,6 +49,7 @@ const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index) 
     unsigned long long at = getIntUnpacked(archive);
     unsigned long long end = index.length - trailer;  // the index lies before the trailer
     if (index.base > end || at >= end - index.base) return no_archive;
+    index.index_at = at;
     archive.seek((long long)(index.base + at), SEEK_SET);
 
     unsigned long long room = end - index.base - at;
@@ -84,7 +87,7 @@ const char* readRecord(File& archive, const ArchiveIndex& index, int r, int* sel
 
 void writeArchive(File& out, ArchiveLayout layout, unsigned long long base,
                   const vec<vec<unsigned char> >& backgrounds, const vec<ScreenRecord>& screens,
-                  const vec<bool>& flags) {
+                  const vec<bool>& flags, const ShowNotes* notes) {
     vec<unsigned long long> offsets;
     unsigned long long at = 0;
     auto putRecord = [&](int selector, const vec<unsigned char>& payload) {
@@ -97,6 +100,11 @@ void writeArchive(File& out, ArchiveLayout layout, unsigned long long base,
     };
     for (int i = 0; i < backgrounds.size; i++) putRecord(-1, backgrounds[i]);
     for (int i = 0; i < screens.size; i++) putRecord(screens[i].selector, screens[i].payload);
+    if (notes) {
+        long long start = out.tell();
+        writeNotes(out, *notes, at);
+        at += (unsigned long long)(out.tell() - start);
+    }
 
     putUInt(out, (unsigned long long)backgrounds.size);
     putUInt(out, (unsigned long long)screens.size);

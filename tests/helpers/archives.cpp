@@ -4,11 +4,11 @@
 
 std::string writeArchiveFile(const std::string& path, ArchiveLayout layout, const std::string& prefix,
                              const vec<vec<unsigned char> >& backgrounds, const vec<ScreenRecord>& screens,
-                             const vec<bool>& flags) {
+                             const vec<bool>& flags, const ShowNotes* notes) {
     writeFileBytes(path, prefix);
     File out;
     out.open(path.c_str(), "a");
-    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags);
+    writeArchive(out, layout, prefix.size(), backgrounds, screens, flags, notes);
     out.close();
     return readFileBytes(path);
 }
