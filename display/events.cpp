@@ -1,6 +1,8 @@
 // The window's event queue as (code, x, y) records, held keys, key symbols and auto-repeat.
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
+#include <poll.h>
+#include <time.h>
 
 #include <cstring>
 
@@ -47,6 +49,10 @@ static int inspect(const XEvent& e, int* code, int* x, int* y) {
         return 1;
     case ConfigureNotify:
         fill(code, x, y, EVENT_RESIZE, e.xconfigure.width, e.xconfigure.height);
+        return 1;
+    case ClientMessage:
+        if ((Atom)e.xclient.data.l[0] != wm_delete_window) break;
+        fill(code, x, y, EVENT_CLOSE, 0, 0);
         return 1;
     }
     removeHead();
@@ -124,5 +130,24 @@ int waitAnyKey() {
     for (;;) {
         nextEvent(&code, &x, &y);
         if (code >= 0 && code <= 255 && !keyIsModifier((int)keyToSym(code, 0))) return code;
+    }
+}
+
+static long long nowMs() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (long long)t.tv_sec * 1000 + t.tv_nsec / 1000000;
+}
+
+int waitEvent(int timeout_ms) {
+    long long deadline = nowMs() + timeout_ms;
+    int code, x, y;
+    for (;;) {
+        if (peekEvent_helper(&code, &x, &y, 0)) return 1;
+        XFlush(display);
+        int left = timeout_ms < 0 ? -1 : (int)(deadline - nowMs());
+        if (timeout_ms >= 0 && left <= 0) return 0;
+        pollfd p = {ConnectionNumber(display), POLLIN, 0};
+        poll(&p, 1, left);
     }
 }

@@ -1,6 +1,9 @@
 // The window, its two buffers and the conversion of the frame buffer to the visual's pixels.
 #include "display/win.h"
 
+#include "display/fullscreen.h"
+#include "display/monitors.h"
+
 #include <X11/Xutil.h>
 
 #include <climits>
@@ -26,6 +29,8 @@ Color color_Red, color_Green, color_Blue;
 
 static const long EVENT_MASK = KeyPressMask | KeyReleaseMask | ButtonPressMask | ButtonReleaseMask |
                                PointerMotionMask | ExposureMask | StructureNotifyMask | FocusChangeMask;
+
+Atom wm_delete_window;
 
 static void fail(const char* message) {
     puts(message);
@@ -102,7 +107,14 @@ static void chooseConversion(int depth) {
     }
 }
 
-static Window createWindow(unsigned width, unsigned height) {
+// Where a window goes: the designed one at the root's corner with a border, a presenting one
+// over a whole monitor without one.
+struct Placement {
+    int x, y;
+    unsigned width, height, border;
+};
+
+static Window createWindow(const Placement& at) {
     XSetWindowAttributes attr = {};
     attr.background_pixel = BlackPixel(display, screen_no);
     attr.border_pixel = WhitePixel(display, screen_no);
@@ -110,27 +122,44 @@ static Window createWindow(unsigned width, unsigned height) {
     attr.event_mask = EVENT_MASK;
     attr.override_redirect = 1;  // not in the mask: the window manager keeps managing it
     unsigned long mask = CWBackPixel | CWBorderPixel | CWBackingStore | CWEventMask;
-    return XCreateWindow(display, RootWindow(display, screen_no), 0, 0, width, height, 1,
+    return XCreateWindow(display, RootWindow(display, screen_no), at.x, at.y, at.width, at.height, at.border,
                          DefaultDepth(display, screen_no), InputOutput, DefaultVisual(display, screen_no), mask,
                          &attr);
 }
 
-extern "C" void openWin(unsigned width, unsigned height, const char* title) {
-    display = XOpenDisplay(nullptr);
-    if (!display) fail("Error: Could not open display.");
+// The title, a class for window managers and the close request of their close button.
+static void nameWindow(const char* title) {
+    if (title) XStoreName(display, window, title);
+    XClassHint hint = {(char*)"view_slides", (char*)"View_slides"};
+    XSetClassHint(display, window, &hint);
+    wm_delete_window = XInternAtom(display, "WM_DELETE_WINDOW", False);
+    XSetWMProtocols(display, window, &wm_delete_window, 1);
+}
+
+Display* connectDisplay() {
+    Display* d = XOpenDisplay(nullptr);
+    if (!d) fail("Error: Could not open display.");
+    return d;
+}
+
+// Opens the display and a window at the placement, and chooses the pixel conversion;
+// before_map (or null) tells the window manager what it must know before the window appears.
+static void openWindow(const Placement& at, const char* title, void (*before_map)()) {
+    display = connectDisplay();
     screen_no = DefaultScreen(display);
     Visual* visual = DefaultVisual(display, screen_no);
     if (visual->c_class != TrueColor) fail("Error: TrueColor not supported.");
 
-    size_t bytes = bufferBytes(width, height);
-    setSize((int)width, (int)height);
+    size_t bytes = bufferBytes(at.width, at.height);
+    setSize((int)at.width, (int)at.height);
     win_data = (Color*)malloc(bytes);
     raw_data = malloc(bytes);
     if (!win_data || !raw_data) failMemory();
 
-    window = createWindow(width, height);
+    window = createWindow(at);
     if (!window) fail("Could not open window.");
-    if (title) XStoreName(display, window, title);
+    nameWindow(title);
+    if (before_map) before_map();
     XMapWindow(display, window);
     XFlush(display);
 
@@ -144,6 +173,21 @@ extern "C" void openWin(unsigned width, unsigned height, const char* title) {
     win_G = colorKey(color_Green);
     win_B = colorKey(color_Blue);
     chooseConversion(DefaultDepth(display, screen_no));
+}
+
+extern "C" void openWin(unsigned width, unsigned height, const char* title) {
+    openWindow(Placement{0, 0, width, height, 1}, title, nullptr);
+}
+
+static Bool isMapNotify(Display*, XEvent* e, XPointer) { return e->type == MapNotify && e->xmap.window == window; }
+
+void openMonitorWin(const Monitor& monitor, const char* title) {
+    Placement at = {monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0};
+    openWindow(at, title, prepareFullscreen);
+    XEvent mapped;
+    XIfEvent(display, &mapped, isMapNotify, nullptr);
+    XSetInputFocus(display, window, RevertToParent, CurrentTime);
+    XFlush(display);
 }
 
 extern "C" int closeWin() {

@@ -46,14 +46,28 @@ void nextEvent(int* code, int* x, int* y);
 unsigned keyToSym(int keycode, unsigned index);
 }
 
+struct Monitor;
+extern Atom wm_delete_window;  // the window manager's close request
+
+// The default display, or the display error's message and exit.
+Display* connectDisplay();
+// Opens the window over the whole monitor: full screen through the window manager when one
+// supports it, else borderless on the monitor's rectangle; waits until it is mapped and gives it
+// the keyboard focus.
+void openMonitorWin(const Monitor& monitor, const char* title);
+
 void exposeWin(int x0, int y0, int x1, int y1);
 void resizeBuffer(int width, int height);
 int peekEvent_helper(int* code, int* x, int* y, int block);
 int keyIsModifier(int sym);
 int waitAnyKey();
+// Waits until a reportable event stands at the head of the queue (1) or timeout_ms pass (0);
+// a negative timeout waits for ever. Exposures and focus changes are handled on the way.
+int waitEvent(int timeout_ms);
 
 // Event codes beyond key codes and buttons.
 const int EVENT_MOTION = 0x7FFFFFFF;
 const int EVENT_RESIZE = 0x7FFFFFFE;
+const int EVENT_CLOSE = 0x7FFFFFFD;  // the window manager asks the window to close
 const int EVENT_BUTTON = 256;  // button b is reported as EVENT_BUTTON + b
 const unsigned NO_SYMBOL = 0xFFFFFF;

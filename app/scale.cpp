@@ -1,0 +1,152 @@
+// The filter runs across every source row first, then down the columns. Weights are 8-bit
+// fixed point: across, the four channels of a pixel are weighted at once in the 16-bit lanes of
+// one 64-bit word; down, whole rows of bytes are weighted, which the compiler vectorises.
+#include "app/scale.h"
+
+#include <cmath>
+#include <cstring>
+
+static const int WEIGHT_ONE = 256;
+
+void fitInto(int width, int height, int box_width, int box_height, int& out_width, int& out_height) {
+    if ((long long)box_width * height <= (long long)box_height * width) {
+        out_width = box_width;
+        out_height = (int)(((long long)height * box_width * 2 + width) / (2LL * width));
+    } else {
+        out_height = box_height;
+        out_width = (int)(((long long)width * box_height * 2 + height) / (2LL * height));
+    }
+    if (out_width < 1) out_width = 1;
+    if (out_height < 1) out_height = 1;
+}
+
+static double triangle(double x) {
+    x = fabs(x);
+    return x < 1 ? 1 - x : 0;
+}
+
+// Rounds the weights to fixed point summing to exactly WEIGHT_ONE (the largest one takes the
+// rounding error) and drops zero weights at both ends.
+static void quantise(const double* exact, int n, double total, uint16_t* out, int& first, int& count) {
+    int sum = 0, largest = 0;
+    for (int k = 0; k < n; k++) {
+        out[k] = (uint16_t)lround(exact[k] / total * WEIGHT_ONE);
+        sum += out[k];
+        if (out[k] > out[largest]) largest = k;
+    }
+    out[largest] = (uint16_t)(out[largest] + WEIGHT_ONE - sum);
+    int lead = 0;
+    while (lead < n - 1 && out[lead] == 0) lead++;
+    int end = n;
+    while (end > lead + 1 && out[end - 1] == 0) end--;
+    if (lead) memmove(out, out + lead, (size_t)(end - lead) * sizeof *out);
+    first += lead;
+    count = end - lead;
+}
+
+void makeTaps(int source_size, int output_size, Taps& taps) {
+    double scale = (double)source_size / output_size;
+    double widen = scale > 1 ? scale : 1;  // the filter covers a source pixel's spacing at least
+    double support = widen;
+    taps.per_output = (int)ceil(support) * 2 + 1;
+    taps.first.assignZero(output_size);
+    taps.count.assignZero(output_size);
+    taps.weights.assignZero(output_size * taps.per_output);
+    vec<double> exact;
+    exact.assignZero(taps.per_output);
+    for (int o = 0; o < output_size; o++) {
+        double centre = (o + 0.5) * scale;
+        int lo = (int)(centre - support + 0.5);
+        int hi = (int)(centre + support + 0.5);
+        if (lo < 0) lo = 0;
+        if (hi > source_size) hi = source_size;
+        if (hi - lo > taps.per_output) hi = lo + taps.per_output;
+        double total = 0;
+        for (int s = lo; s < hi; s++) total += exact[s - lo] = triangle((s - centre + 0.5) / widen);
+        taps.first[o] = lo;
+        if (total <= 0) {  // cannot happen with hi > lo, but never divide by zero
+            exact[0] = total = 1;
+            hi = lo + 1;
+        }
+        quantise(exact.data, hi - lo, total, &taps.weights[o * taps.per_output], taps.first[o], taps.count[o]);
+    }
+}
+
+// A colour with one 16-bit lane a channel, and back.
+static inline uint64_t spread(Color c) {
+    uint64_t v = colorKey(c);
+    v = (v | v << 16) & 0x0000FFFF0000FFFFull;
+    return (v | v << 8) & 0x00FF00FF00FF00FFull;
+}
+
+static inline uint32_t gather(uint64_t v) {
+    uint64_t t = v | v >> 8;
+    return (uint32_t)((t & 0xFFFF) | (t >> 16 & 0xFFFF0000));
+}
+
+static Color colorOf(uint32_t key) {
+    Color c;
+    memcpy(&c, &key, sizeof c);
+    return c;
+}
+
+void Scaler::spreadRow(const Image& image, int y) {
+    int w = image.width;
+    uint64_t* out = line.data;
+    if (image.colors.data) {
+        const Color* row = image.colors.data + (size_t)y * w;
+        for (int x = 0; x < w; x++) out[x] = spread(row[x]);
+    } else {
+        const uint16_t* row = image.pixels.data + (size_t)y * w;
+        for (int x = 0; x < w; x++) out[x] = palette[row[x]];
+    }
+}
+
+void Scaler::scaleAcross(const Image& image, int width) {
+    const uint64_t round = 0x0080008000800080ull;
+    line.resize(image.width);
+    across.resize(image.height * width);
+    for (int y = 0; y < image.height; y++) {
+        spreadRow(image, y);
+        Color* out = across.data + (size_t)y * width;
+        for (int x = 0; x < width; x++) {
+            const uint64_t* in = line.data + columns.first[x];
+            const uint16_t* w = &columns.weights[x * columns.per_output];
+            uint64_t sum = round;
+            for (int k = 0, n = columns.count[x]; k < n; k++) sum += in[k] * w[k];
+            out[x] = colorOf(gather(sum >> 8 & 0x00FF00FF00FF00FFull));
+        }
+    }
+}
+
+void Scaler::scaleDown(int width, int height, Color* out) {
+    int bytes = width * 4;
+    sums.resize(bytes);
+    uint16_t* sum = sums.data;
+    for (int y = 0; y < height; y++) {
+        for (int i = 0; i < bytes; i++) sum[i] = WEIGHT_ONE / 2;
+        const uint16_t* w = &rows.weights[y * rows.per_output];
+        for (int k = 0, n = rows.count[y]; k < n; k++) {
+            const uint8_t* in = (const uint8_t*)(across.data + (size_t)(rows.first[y] + k) * width);
+            uint16_t weight = w[k];
+            for (int i = 0; i < bytes; i++) sum[i] = (uint16_t)(sum[i] + weight * in[i]);
+        }
+        uint8_t* row = (uint8_t*)(out + (size_t)y * width);
+        for (int i = 0; i < bytes; i++) row[i] = (uint8_t)(sum[i] >> 8);
+    }
+}
+
+void Scaler::scale(const Image& image, int width, int height, Color* out) {
+    if (imagePixelCount(image) == 0) {
+        memset((void*)out, 0, (size_t)width * height * sizeof(Color));
+        return;
+    }
+    if (!image.colors.data) {
+        palette.resize((int)image.palette.count);
+        for (unsigned i = 0; i < image.palette.count; i++) palette[(int)i] = spread(image.palette.data[i]);
+    }
+    makeTaps(image.width, width, columns);
+    makeTaps(image.height, height, rows);
+    scaleAcross(image, width);
+    scaleDown(width, height, out);
+}

@@ -1,0 +1,37 @@
+// Resampling a screen to another size: a separable triangle (bilinear) filter with pixel centres
+// aligned, widened to the source pixels' spacing when shrinking so that nothing aliases.
+#pragma once
+#include "show/image.h"
+#include "support/vec.h"
+
+// The size of a width x height picture scaled to fit a box_width x box_height box with its
+// aspect ratio kept: one side fills the box, the other is rounded to the nearest pixel.
+void fitInto(int width, int height, int box_width, int box_height, int& out_width, int& out_height);
+
+// The source pixels and 8-bit weights (summing to 256) of every output pixel along one axis.
+struct Taps {
+    int per_output = 0;        // weights stored for each output
+    vec<int> first, count;     // per output: first source pixel and number of weights used
+    vec<uint16_t> weights;     // per_output entries for each output
+};
+
+void makeTaps(int source_size, int output_size, Taps& taps);
+
+// Keeps the work buffers between pictures.
+class Scaler {
+public:
+    // Writes the image resampled to width x height into out (row-major, no padding). An image
+    // without pixels gives black.
+    void scale(const Image& image, int width, int height, Color* out);
+
+private:
+    Taps columns, rows;
+    vec<uint64_t> palette;  // the image's palette with one 16-bit lane a channel
+    vec<uint64_t> line;     // one source row, spread the same way
+    vec<Color> across;      // every source row resampled across: source height x width
+    vec<uint16_t> sums;     // one output row's weighted sums, a channel at a time
+
+    void spreadRow(const Image& image, int y);
+    void scaleAcross(const Image& image, int width);
+    void scaleDown(int width, int height, Color* out);
+};
