@@ -77,6 +77,10 @@ static bool readReady(int fd) {
     return true;
 }
 
+static std::string screenArg(int depth, int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height) + "x" + std::to_string(depth);
+}
+
 XServer::XServer(int depth, int width, int height) {
     std::string xvfb = findInPath("Xvfb");
     if (xvfb.empty()) {
@@ -84,13 +88,75 @@ XServer::XServer(int depth, int width, int height) {
         return;
     }
     for (int n = FIRST_DISPLAY; n < FIRST_DISPLAY + DISPLAY_TRIES; n++)
-        if (!displayInUse(n) && start(n, xvfb, depth, width, height)) return;
+        if (!displayInUse(n) &&
+            start(n, {xvfb, "-screen", "0", screenArg(depth, width, height), "-nolisten", "tcp", "-noreset"}))
+            return;
     if (error_.empty()) error_ = "could not start Xvfb on any display from :90 up";
 }
 
-bool XServer::start(int number, const std::string& xvfb, int depth, int width, int height) {
+// A configuration for the dummy driver: no input devices (XTest's are enough), one screen that
+// can grow to the given size.
+static std::string dummyConfig(const DummyXorg& xorg) {
+    std::ostringstream c;
+    c << "Section \"ServerFlags\"\n  Option \"AutoAddDevices\" \"false\"\n  Option \"AutoEnableDevices\" \"false\"\n"
+      << "  Option \"DontVTSwitch\" \"true\"\nEndSection\n"
+      << "Section \"Device\"\n  Identifier \"dummy\"\n  Driver \"dummy\"\n  VideoRam "
+      << (xorg.width * xorg.height * 4 / 1024 + 4096) << "\nEndSection\n"
+      << "Section \"Monitor\"\n  Identifier \"monitor\"\n  HorizSync 5.0-1000.0\n  VertRefresh 5.0-200.0\nEndSection\n"
+      << "Section \"Screen\"\n  Identifier \"screen\"\n  Device \"dummy\"\n  Monitor \"monitor\"\n"
+      << "  DefaultDepth " << xorg.depth << "\n  SubSection \"Display\"\n    Depth " << xorg.depth << "\n    Virtual "
+      << xorg.width << " " << xorg.height << "\n  EndSubSection\nEndSection\n";
+    return c.str();
+}
+
+XServer::XServer(const DummyXorg& xorg) {
+    std::string server = findInPath("Xorg");
+    if (server.empty()) {
+        error_ = "Xorg is not installed (scripts/install-deps installs it with its dummy driver); tests skipped";
+        return;
+    }
+    files_.reset(new TempDir);
+    writeFileBytes(files_->file("xorg.conf"), dummyConfig(xorg));
+    mkdir(files_->file("conf.d").c_str(), 0755);
+    for (int n = FIRST_DISPLAY; n < FIRST_DISPLAY + DISPLAY_TRIES && pid_ <= 0; n++)
+        if (!displayInUse(n))
+            start(n, {server, "-config", files_->file("xorg.conf"), "-configdir", files_->file("conf.d"), "-logfile",
+                      files_->file("log"), "-noreset", "-nolisten", "tcp", "-novtswitch", "-sharevts"});
+    if (pid_ <= 0) {
+        std::string log = readFileBytes(files_->file("log"));
+        size_t cut = log.size() > 300 ? log.size() - 300 : 0;
+        error_ = "Xorg with the dummy driver did not start (it needs root and xserver-xorg-video-dummy); its log "
+                 "ends: " + log.substr(cut);
+        return;
+    }
+    std::string size = std::to_string(xorg.width) + "x" + std::to_string(xorg.height);
+    if (run({findInPath("xrandr"), "--fb", size}).status == 0) return;
+    error_ = "xrandr could not give the screen its size (x11-xserver-utils installs xrandr)";
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+}
+
+bool XServer::setMonitors(const std::vector<MonitorRect>& monitors) const {
+    for (size_t i = 0; i < monitors.size(); i++) {
+        const MonitorRect& m = monitors[i];
+        // Millimetres as at 96 dots an inch; the first monitor takes over the driver's own output.
+        std::string geometry = std::to_string(m.width) + "/" + std::to_string(m.width * 254 / 960) + "x" +
+                               std::to_string(m.height) + "/" + std::to_string(m.height * 254 / 960) + "+" +
+                               std::to_string(m.x) + "+" + std::to_string(m.y);
+        RunResult r = run({findInPath("xrandr"), "--setmonitor", (i == 0 ? "*" : "") + m.name, geometry,
+                           i == 0 ? "DUMMY0" : "none"});
+        if (r.status != 0) return false;
+    }
+    return true;
+}
+
+bool XServer::start(int number, std::vector<std::string> argv) {
     int ready[2];
     if (pipe(ready) != 0) return false;
+    argv.insert(argv.begin() + 1, ":" + std::to_string(number));
+    argv.push_back("-displayfd");
+    argv.push_back(std::to_string(ready[1]));
     fflush(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
@@ -99,10 +165,10 @@ bool XServer::start(int number, const std::string& xvfb, int depth, int width, i
         redirect(0, "/dev/null", O_RDONLY);
         redirect(1, "/dev/null", O_WRONLY);
         redirect(2, "/dev/null", O_WRONLY);
-        std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x" + std::to_string(depth);
-        std::string display = ":" + std::to_string(number), fd = std::to_string(ready[1]);
-        execl(xvfb.c_str(), "Xvfb", display.c_str(), "-screen", "0", screen.c_str(), "-nolisten", "tcp", "-noreset",
-              "-displayfd", fd.c_str(), (char*)nullptr);
+        std::vector<char*> args;
+        for (std::string& a : argv) args.push_back((char*)a.c_str());
+        args.push_back(nullptr);
+        execv(argv[0].c_str(), args.data());
         _exit(127);
     }
     close(ready[1]);
@@ -296,4 +362,52 @@ Display* openTestWindow(const XServer& x, int width, int height) {
 void closeTestWindow(Display* look) {
     closeWin();
     if (look) XCloseDisplay(look);
+}
+
+static bool wmRunning(Display* d) {
+    Atom check = XInternAtom(d, "_NET_SUPPORTING_WM_CHECK", False);
+    Atom type;
+    int format;
+    unsigned long count = 0, left;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(d, DefaultRootWindow(d), check, 0, 1, False, AnyPropertyType, &type, &format, &count, &left,
+                       &data);
+    if (data) XFree(data);
+    return count == 1;
+}
+
+WindowManager::WindowManager(const XServer& x) {
+    std::string openbox = findInPath("openbox");
+    if (openbox.empty()) {
+        error_ = "openbox is not installed (scripts/install-deps installs it)";
+        return;
+    }
+    Display* d = x.connect();
+    if (!d) {
+        error_ = "cannot connect to " + x.name();
+        return;
+    }
+    fflush(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        x.useInThisProcess();
+        redirect(1, "/dev/null", O_WRONLY);
+        redirect(2, "/dev/null", O_WRONLY);
+        execl(openbox.c_str(), "openbox", "--sm-disable", (char*)nullptr);
+        _exit(127);
+    }
+    if (!pollUntil([&] { return wmRunning(d); }, START_TIMEOUT_MS)) {
+        error_ = "openbox did not start";
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    XCloseDisplay(d);
+}
+
+WindowManager::~WindowManager() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
 }

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,9 +28,22 @@
 // and its status (0 when body returns).
 RunResult runChild(const std::string& display_name, const std::function<void()>& body);
 
+// Xorg with the dummy video driver, which (unlike Xvfb) honours monitors made with xrandr
+// --setmonitor: a screen of width x height pixels at depth.
+struct DummyXorg {
+    int depth, width, height;
+};
+
+// One RandR monitor: a named rectangle of the screen.
+struct MonitorRect {
+    std::string name;
+    int x, y, width, height;
+};
+
 class XServer {
 public:
     explicit XServer(int depth = 24, int width = 1280, int height = 1024);
+    explicit XServer(const DummyXorg& xorg);
     ~XServer();
     XServer(const XServer&) = delete;
     XServer& operator=(const XServer&) = delete;
@@ -50,12 +64,34 @@ public:
     // Starts xdotool without waiting (its own "sleep S" command can delay the input);
     // finish it with waitChild.
     pid_t xdotoolAsync(const std::vector<std::string>& args) const;
+    // Splits the screen into these monitors with xrandr, the first one primary; false when
+    // xrandr fails.
+    bool setMonitors(const std::vector<MonitorRect>& monitors) const;
 
 private:
-    bool start(int number, const std::string& xvfb, int depth, int width, int height);
+    // Starts the server (argv without its display and -displayfd) on display :number.
+    bool start(int number, std::vector<std::string> argv);
 
     pid_t pid_ = -1;
     int number_ = -1;
+    std::string error_;
+    std::unique_ptr<TempDir> files_;  // Xorg's configuration and log
+};
+
+// The openbox window manager on a server, running once it has named itself on the root window;
+// stopped by the destructor.
+class WindowManager {
+public:
+    explicit WindowManager(const XServer& x);
+    ~WindowManager();
+    WindowManager(const WindowManager&) = delete;
+    WindowManager& operator=(const WindowManager&) = delete;
+
+    bool ok() const { return pid_ > 0; }
+    const std::string& error() const { return error_; }
+
+private:
+    pid_t pid_ = -1;
     std::string error_;
 };
 

@@ -38,3 +38,47 @@ protected:
         if (look) closeTestWindow(look);
     }
 };
+
+// A laptop and a projector beside it: Xorg's dummy driver with a 3286 x 1080 screen of the
+// given depth, split into a 1366 x 768 primary monitor "laptop" at (0, 0) and a 1920 x 1080
+// monitor "projector" at (1366, 0); with the openbox window manager when WithWm is true. One
+// server a suite; every test skips when it cannot be had.
+template <int Depth, bool WithWm>
+class TwoMonitors : public testing::Test {
+public:
+    static const int depth = Depth;
+    static const bool with_wm = WithWm;
+
+protected:
+    static XServer* server;
+    static WindowManager* wm;
+    static std::string why_not;
+
+    static void SetUpTestSuite() {
+        server = new XServer(DummyXorg{Depth, 3286, 1080});
+        if (!server->ok()) {
+            why_not = "no Xorg with the dummy driver: " + server->error();
+        } else if (!server->setMonitors({{"laptop", 0, 0, 1366, 768}, {"projector", 1366, 0, 1920, 1080}})) {
+            why_not = "xrandr --setmonitor failed";
+        } else if (WithWm) {
+            wm = new WindowManager(*server);
+            if (!wm->ok()) why_not = wm->error();
+        }
+    }
+    static void TearDownTestSuite() {
+        delete wm;
+        delete server;
+        wm = nullptr;
+        server = nullptr;
+        why_not.clear();
+    }
+    void SetUp() override {
+        if (!why_not.empty()) GTEST_SKIP() << why_not;
+    }
+};
+template <int Depth, bool WithWm>
+XServer* TwoMonitors<Depth, WithWm>::server = nullptr;
+template <int Depth, bool WithWm>
+WindowManager* TwoMonitors<Depth, WithWm>::wm = nullptr;
+template <int Depth, bool WithWm>
+std::string TwoMonitors<Depth, WithWm>::why_not;
