@@ -78,6 +78,18 @@ struct Box {
     int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
 };
 Box number_box;  // where the number box was drawn last; empty when there is none
+Box framed;      // the picture of the last frame sent whole, which has black all around it
+
+Box placement(const Picture& p) {
+    Box b;
+    b.x0 = (win_width - p.width) / 2;
+    b.y0 = (win_height - p.height) / 2;
+    b.x1 = b.x0 + p.width;
+    b.y1 = b.y0 + p.height;
+    return b;
+}
+
+bool sameBox(const Box& a, const Box& b) { return a.x0 == b.x0 && a.y0 == b.y0 && a.x1 == b.x1 && a.y1 == b.y1; }
 
 const Color black = {0, 0, 0, 0};
 
@@ -119,12 +131,23 @@ int rowsDue(double t, int height) {
 
 }  // namespace
 
+// The black around a picture is sent only when the window may show something else there.
 void projectorDraw(Image& image) {
+    const Picture& p = pictures.get(image);
     shown = &image;
     number_box = Box();
-    frameRows(pictures.get(image), 0, win_height, win_data);
-    update(0, 0, win_width, win_height);
+    Box at = placement(p);
+    if (sameBox(at, framed)) {
+        for (int y = 0; y < p.height; y++)
+            memcpy(win_data + (size_t)(at.y0 + y) * win_width + at.x0, p.pixels.data + (size_t)y * p.width,
+                   (size_t)p.width * sizeof(Color));
+        update(at.x0, at.y0, at.x1, at.y1);
+    } else {
+        frameRows(p, 0, win_height, win_data);
+        update(0, 0, win_width, win_height);
+    }
     commit();
+    framed = at;
 }
 
 int scrollIn(Image& image, bool forward) {
@@ -158,6 +181,7 @@ int scrollIn(Image& image, bool forward) {
         frames++;
     }
     frameRows(p, 0, h, win_data);  // for repaints after exposure
+    framed = placement(p);
     return frames;
 }
 
@@ -165,7 +189,7 @@ void projectorForward(Image& image) { scrollIn(image, true); }
 void projectorBackward(Image& image) { scrollIn(image, false); }
 
 void projectorFill(Color color) {
-    number_box = Box();
+    number_box = framed = Box();
     fillColor(win_data, win_size, color);
     update(0, 0, win_width, win_height);
     commit();
@@ -175,6 +199,7 @@ void projectorNumber(const char* digits) {
     const int glyph_width = 15, glyph_height = 24, pad = 10, margin = 24, border = 2;
     const Color frame = {255, 255, 255, 0}, inside = {40, 40, 40, 0};
     Box old = number_box;
+    framed = Box();
     if (shown && old.y1 > old.y0) frameRows(pictures.get(*shown), old.y0, old.y1, win_data + (size_t)old.y0 * win_width);
     number_box = Box();
     if (digits[0]) {

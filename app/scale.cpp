@@ -102,36 +102,67 @@ void Scaler::spreadRow(const Image& image, int y) {
     }
 }
 
+bool Scaler::sameRows(const Image& image, int a, int b) const {
+    size_t w = (size_t)image.width;
+    if (image.colors.data) return memcmp(image.colors.data + a * w, image.colors.data + b * w, w * sizeof(Color)) == 0;
+    return memcmp(image.pixels.data + a * w, image.pixels.data + b * w, w * sizeof(uint16_t)) == 0;
+}
+
+// One output pixel from its source pixels. Two equal pixels (the common case in a flat area
+// being enlarged) give their own colour.
+static inline uint32_t weigh(const uint64_t* in, const uint16_t* w, int n) {
+    if (n == 2 && in[0] == in[1]) return gather(in[0]);
+    uint64_t sum = 0x0080008000800080ull;  // a half in every lane, for rounding
+    for (int k = 0; k < n; k++) sum += in[k] * w[k];
+    return gather(sum >> 8 & 0x00FF00FF00FF00FFull);
+}
+
+// Rows equal to the row above (slides have many) are copied instead of filtered again.
 void Scaler::scaleAcross(const Image& image, int width) {
-    const uint64_t round = 0x0080008000800080ull;
     line.resize(image.width);
     across.resize(image.height * width);
+    origin.resize(image.height);
     for (int y = 0; y < image.height; y++) {
-        spreadRow(image, y);
         Color* out = across.data + (size_t)y * width;
-        for (int x = 0; x < width; x++) {
-            const uint64_t* in = line.data + columns.first[x];
-            const uint16_t* w = &columns.weights[x * columns.per_output];
-            uint64_t sum = round;
-            for (int k = 0, n = columns.count[x]; k < n; k++) sum += in[k] * w[k];
-            out[x] = colorOf(gather(sum >> 8 & 0x00FF00FF00FF00FFull));
+        if (y > 0 && sameRows(image, y, y - 1)) {
+            origin[y] = origin[y - 1];
+            memcpy(out, out - width, (size_t)width * sizeof(Color));
+            continue;
         }
+        origin[y] = y;
+        spreadRow(image, y);
+        for (int x = 0; x < width; x++)
+            out[x] = colorOf(weigh(line.data + columns.first[x], &columns.weights[x * columns.per_output],
+                                   columns.count[x]));
     }
 }
 
+// Output rows whose source rows are all equal are copies of one resampled row.
 void Scaler::scaleDown(int width, int height, Color* out) {
     int bytes = width * 4;
     sums.resize(bytes);
     uint16_t* sum = sums.data;
     for (int y = 0; y < height; y++) {
-        for (int i = 0; i < bytes; i++) sum[i] = WEIGHT_ONE / 2;
+        int first = rows.first[y], n = rows.count[y];
+        uint8_t* row = (uint8_t*)(out + (size_t)y * width);
+        const uint8_t* top = (const uint8_t*)(across.data + (size_t)first * width);
+        if (origin[first + n - 1] == origin[first]) {
+            memcpy(row, top, (size_t)bytes);
+            continue;
+        }
         const uint16_t* w = &rows.weights[y * rows.per_output];
-        for (int k = 0, n = rows.count[y]; k < n; k++) {
-            const uint8_t* in = (const uint8_t*)(across.data + (size_t)(rows.first[y] + k) * width);
+        if (n == 2) {
+            const uint8_t* next = top + bytes;
+            uint16_t w0 = w[0], w1 = w[1];
+            for (int i = 0; i < bytes; i++) row[i] = (uint8_t)((WEIGHT_ONE / 2 + w0 * top[i] + w1 * next[i]) >> 8);
+            continue;
+        }
+        for (int i = 0; i < bytes; i++) sum[i] = WEIGHT_ONE / 2;
+        for (int k = 0; k < n; k++) {
+            const uint8_t* in = top + (size_t)k * bytes;
             uint16_t weight = w[k];
             for (int i = 0; i < bytes; i++) sum[i] = (uint16_t)(sum[i] + weight * in[i]);
         }
-        uint8_t* row = (uint8_t*)(out + (size_t)y * width);
         for (int i = 0; i < bytes; i++) row[i] = (uint8_t)(sum[i] >> 8);
     }
 }

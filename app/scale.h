@@ -29,9 +29,11 @@ private:
     vec<uint64_t> palette;  // the image's palette with one 16-bit lane a channel
     vec<uint64_t> line;     // one source row, spread the same way
     vec<Color> across;      // every source row resampled across: source height x width
+    vec<int> origin;        // per source row: the first row of the run of equal rows it is in
     vec<uint16_t> sums;     // one output row's weighted sums, a channel at a time
 
     void spreadRow(const Image& image, int y);
+    bool sameRows(const Image& image, int a, int b) const;
     void scaleAcross(const Image& image, int width);
     void scaleDown(int width, int height, Color* out);
 };

@@ -20,10 +20,12 @@
 #include <vector>
 
 #include "show/unpack.h"
+#include "app/view.h"
 #include "codec/codec.h"
 #include "support/util.h"
 #include "archives.h"
 #include "draw_figures.h"
+#include "present_figures.h"
 #include "packer/deck.h"
 #include "packer/packer.h"
 
@@ -232,6 +234,7 @@ struct DeckFigures {
     long long peak = -1, images_bytes = 0, screen_pixels = 0;
     int viewer_status = 0;
     DrawFigures draw;
+    PresentFigures present;
 };
 
 // The images of one run are released outside the timed part, as the viewer keeps them.
@@ -346,6 +349,7 @@ DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
     f.screen_pixels = (long long)d.width * d.height * f.screens;
     f.peak = viewerPeakBytes(spawner, archive, &f.viewer_status);
     f.draw = measureDrawing(show.images);
+    f.present = measurePresenting(show.images);
     releaseShow(show);
     return f;
 }
@@ -353,6 +357,27 @@ DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
 void printRow(const char* what, double deck_ms, int screens, double unpack_ms, const char* target) {
     printf("  %-34s %9.2f ms %8.3f ms/screen %8.2fx %s\n", what, deck_ms, deck_ms / screens,
            deck_ms / unpack_ms, target);
+}
+
+void printScroll(const char* server, const ScrollFigure& s) {
+    if (s.measured)
+        printf("  presenting scroll on %s: %.1f ms in %.0f frames for trans_time %.0f ms (%+.1f %%, target within "
+               "15 %%)\n",
+               server, s.seconds * 1e3, s.frames, trans_time * 1e3, (s.seconds / trans_time - 1) * 100);
+    else
+        printf("  presenting scroll on %s skipped: %s\n", server, s.skipped.c_str());
+}
+
+void printPresenting(const PresentFigures& p) {
+    if (!p.measured) {
+        printf("  presenting figures skipped: %s\n", p.skipped.c_str());
+        return;
+    }
+    printf("  presenting on Xvfb depth 24: a screen scaled and drawn at 1920 x 1080 %.2f ms (target <= 8), "
+           "kept %.2f ms; at 3840 x 2160 %.2f ms (target <= 30), kept %.2f ms\n",
+           p.draw_1080_ms, p.redraw_1080_ms, p.draw_2160_ms, p.redraw_2160_ms);
+    printScroll("Xvfb", p.xvfb);
+    printScroll("Xorg's dummy driver", p.xorg);
 }
 
 void printFigures(const LoadedDeck& d, const DeckFigures& f) {
@@ -385,6 +410,7 @@ void printFigures(const LoadedDeck& d, const DeckFigures& f) {
                (f.draw.transition_ms / f.draw.wanted_ms - 1) * 100);
     else
         printf("  X figures skipped: %s\n", f.draw.skipped.c_str());
+    printPresenting(f.present);
 }
 
 std::string jsonFigures(const LoadedDeck& d, const DeckFigures& f) {
@@ -401,6 +427,11 @@ std::string jsonFigures(const LoadedDeck& d, const DeckFigures& f) {
     if (f.draw.measured)
         o << ", \"draw_ms\": " << f.draw.draw_ms << ", \"transition_ms\": " << f.draw.transition_ms
           << ", \"trans_time_ms\": " << f.draw.wanted_ms;
+    if (f.present.measured)
+        o << ",\n     \"present_draw_1080_ms\": " << f.present.draw_1080_ms
+          << ", \"present_draw_2160_ms\": " << f.present.draw_2160_ms
+          << ", \"present_scroll_xvfb_ms\": " << f.present.xvfb.seconds * 1e3
+          << ", \"present_scroll_xorg_ms\": " << f.present.xorg.seconds * 1e3;
     o << "}";
     return o.str();
 }

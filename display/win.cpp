@@ -3,12 +3,14 @@
 
 #include "display/fullscreen.h"
 #include "display/monitors.h"
+#include "display/shm.h"
 
 #include <X11/Xutil.h>
 
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 extern "C" {
 Display* display;
@@ -187,10 +189,12 @@ void openMonitorWin(const Monitor& monitor, const char* title) {
     XEvent mapped;
     XIfEvent(display, &mapped, isMapNotify, nullptr);
     XSetInputFocus(display, window, RevertToParent, CurrentTime);
+    shareDisplayBuffer();
     XFlush(display);
 }
 
 extern "C" int closeWin() {
+    unshareDisplayBuffer();
     XDestroyWindow(display, window);
     XAutoRepeatOn(display);
     return XCloseDisplay(display);
@@ -218,9 +222,7 @@ static void packRow(const Color* src, uint16_t* dst, int n) {
         dst[i] = (uint16_t)((src[i].r >> R_down) << R_up | (src[i].g >> G_down) << G_up | (src[i].b >> B_down) << B_up);
 }
 
-static void copyRow(const Color* src, Color* dst, int n) {
-    for (int i = 0; i < n; i++) dst[i] = src[i];
-}
+static void copyRow(const Color* src, Color* dst, int n) { memcpy(dst, src, (size_t)n * sizeof(Color)); }
 
 static void swapRow(const Color* src, Color* dst, int n) {
     for (int i = 0; i < n; i++) dst[i] = {src[i].b, src[i].g, src[i].r, src[i].transparency};
@@ -244,6 +246,7 @@ void exposeWin(int x0, int y0, int x1, int y1) {
     normalise(x0, y0, x1, y1);
     if (x0 == x1 || y0 == y1) return;
     convert(x0, y0, x1, y1);
+    if (putShared(x0, y0, x1, y1)) return;
     // The image starts at the rectangle's corner with the buffer's full size and stride, so
     // the rectangle is the image's top-left part; only its rows are ever read.
     bool packed = RGB_conv == -1;
@@ -268,6 +271,7 @@ void resizeBuffer(int width, int height) {
     if (width == win_width && height == win_height) return;
     printf("[resize request %d*%d]\n", width, height);
     size_t bytes = bufferBytes(width, height);
+    unshareDisplayBuffer();  // a presenting window's shared buffer has the old size
     win_data = (Color*)replaceBuffer(win_data, bytes);
     raw_data = replaceBuffer(raw_data, bytes);
     setSize(width, height);
