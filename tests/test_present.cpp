@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "helpers/run.h"
+#include "helpers/session_bus.h"
 #include "helpers/viewer.h"
 #include "helpers/xsuite.h"
 #include "png/png.h"
@@ -149,18 +150,6 @@ bool allOneColour(const Pixels& p, unsigned char v) {
     for (unsigned char c : p.rgb)
         if (c != v) return false;
     return true;
-}
-
-void sendCloseRequest(Display* d, Window w) {
-    XEvent e = {};
-    e.xclient.type = ClientMessage;
-    e.xclient.window = w;
-    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
-    e.xclient.format = 32;
-    e.xclient.data.l[0] = (long)XInternAtom(d, "WM_DELETE_WINDOW", False);
-    e.xclient.data.l[1] = CurrentTime;
-    XSendEvent(d, w, False, NoEventMask, &e);
-    XFlush(d);
 }
 
 // Asks the window manager to close the window, as a task bar does.
@@ -460,6 +449,27 @@ TYPED_TEST(PresentingBare, ScreenSaverIsHeldOffUntilTheShowEndsOrIsKilled) {
         XSetScreenSaver(this->look_, 0, 0, PreferBlanking, DefaultExposures);
         XForceScreenSaver(this->look_, ScreenSaverReset);
         XSync(this->look_, False);
+    }
+}
+
+// With a session bus, the desktop's screen saver service is asked to inhibit idleness, and
+// the inhibition ends with the show's connection, after q or kill -9 alike.
+TYPED_TEST(PresentingBare, SessionBusScreenSaverIsInhibitedWhilePresenting) {
+    FakeScreenSaver bus;
+    if (!bus.ok()) GTEST_SKIP() << bus.error();
+    TestShow show = tenScreens();
+    for (bool kill9 : {false, true}) {
+        RunningViewer v(*this->server, show, this->archive(show), {"-present"},
+                        {"DBUS_SESSION_BUS_ADDRESS=" + bus.address()});
+        ASSERT_TRUE(v.ok());
+        EXPECT_EQ(bus.waitForInhibit(5000), "view_slides|Presenting a slide show");
+        if (kill9) {
+            kill(v.pid(), SIGKILL);
+            EXPECT_EQ(v.finish(), 128 + SIGKILL);
+        } else {
+            EXPECT_EQ(v.quitWith("q"), 0);
+        }
+        EXPECT_TRUE(bus.waitUntilCallerLeaves(5000)) << (kill9 ? "after kill -9" : "after q");
     }
 }
 

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <X11/Xutil.h>
+
 #include "helpers/run.h"
 #include "helpers/viewer.h"
 #include "helpers/xsuite.h"
@@ -253,6 +255,37 @@ TEST_F(ViewerTest, ScreensLeftEmptyByDebugShowBlack) {
     v.key("Home");
     EXPECT_TRUE(v.shows(0));
     EXPECT_EQ(v.quitWith("q"), 0);
+}
+
+TEST_F(ViewerTest, StartBeginsAtTheSlidesFirstScreen) {
+    TestShow show = tenScreens();
+    Viewer v(*server, show, archive(show), {"-start=3"});  // slides [0] [1 2 3] [4 5] ...
+    ASSERT_TRUE(v.ok());
+    EXPECT_TRUE(v.shows(4));
+    v.key("BackSpace");
+    EXPECT_TRUE(v.shows(3));
+    EXPECT_EQ(v.quitWith("q"), 0);
+    Viewer past(*server, show, archive(show), {"--start=40"});  // past the last slide: the last one
+    ASSERT_TRUE(past.ok());
+    EXPECT_TRUE(past.shows(9));
+    EXPECT_EQ(past.quitWith("q"), 0);
+}
+
+TEST_F(ViewerTest, WindowHasAClassAndClosesOnTheWindowManagersRequest) {
+    TestShow show = tenScreens();
+    Viewer v(*server, show, archive(show));
+    ASSERT_TRUE(v.ok());
+    Display* d = server->connect();
+    ASSERT_NE(d, nullptr);
+    XClassHint hint = {};
+    ASSERT_TRUE(XGetClassHint(d, v.window(), &hint));
+    EXPECT_STREQ(hint.res_name, "view_slides");
+    EXPECT_STREQ(hint.res_class, "View_slides");
+    XFree(hint.res_name);
+    XFree(hint.res_class);
+    sendCloseRequest(d, v.window());
+    XCloseDisplay(d);
+    EXPECT_EQ(v.finish(), 0);
 }
 
 TEST(ViewerDepth16, ShowsScreensIn565) {

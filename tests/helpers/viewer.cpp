@@ -57,7 +57,7 @@ void waitForNoViewer(Display* d) {
 }  // namespace
 
 RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::string& archive,
-                             std::vector<std::string> args)
+                             std::vector<std::string> args, const std::vector<std::string>& env)
     : x_(x), show_(show), depth16_(false) {
     XSetErrorHandler(ignoreXError);
     look_ = x.connect();
@@ -70,6 +70,8 @@ RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::
     pid_ = fork();
     if (pid_ == 0) {
         setenv("DISPLAY", x.name().c_str(), 1);
+        unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        for (const std::string& e : env) putenv((char*)e.c_str());
         freopen(out_.c_str(), "w", stdout);
         freopen(err_.c_str(), "w", stderr);
         std::vector<char*> a;

@@ -34,8 +34,9 @@ uint32_t pack565(Color c);
 // A running view_slides on a private X server.
 class RunningViewer {
 public:
+    // env holds "NAME=value" entries for the program; it never sees the tester's session bus.
     RunningViewer(const XServer& x, const TestShow& show, const std::string& archive,
-                  std::vector<std::string> args = {});
+                  std::vector<std::string> args = {}, const std::vector<std::string>& env = {});
     ~RunningViewer();
     RunningViewer(const RunningViewer&) = delete;
     RunningViewer& operator=(const RunningViewer&) = delete;

@@ -337,6 +337,18 @@ bool waitQueued(Display* d, int count, int timeout_ms) {
         timeout_ms);
 }
 
+void sendCloseRequest(Display* d, Window w) {
+    XEvent e = {};
+    e.xclient.type = ClientMessage;
+    e.xclient.window = w;
+    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
+    e.xclient.format = 32;
+    e.xclient.data.l[0] = (long)XInternAtom(d, "WM_DELETE_WINDOW", False);
+    e.xclient.data.l[1] = CurrentTime;
+    XSendEvent(d, w, False, NoEventMask, &e);
+    XFlush(d);
+}
+
 static const char* TEST_TITLE = "display test window";
 
 static void drainEvents() {

@@ -117,6 +117,9 @@ Window waitForWindow(Display* d, const std::string& title, int timeout_ms);
 // Polls until the connection holds at least count queued events; false after timeout_ms.
 bool waitQueued(Display* d, int count, int timeout_ms);
 
+// Sends the window manager's close request (WM_DELETE_WINDOW) to the window.
+void sendCloseRequest(Display* d, Window w);
+
 // The display layer's window opened in this process on server x: waits until it is viewable,
 // gives it the input focus and handles the events of its mapping. Returns a second connection
 // for looking and poking, or null on failure; closeTestWindow closes both.
