@@ -50,7 +50,10 @@ for page in view_slides pack_slides; do
     check "$page.1 version" grep -q "^\.TH .*\"slides $version\"" "$man1/$page.1"
     check "$page.1 exit statuses" grep -q '^\.SH "EXIT STATUS"' "$man1/$page.1"
 done
-check "view_slides.1 switches" mentions "$man1/view_slides.1" -png-screens -png-slides -debug
+view_options=$("$bin/view_slides" -help | grep -oE -- '^ +-[a-z][a-z-]*' | sort -u)
+check "view_slides -help lists switches" test "$(wc -w <<< "$view_options")" -ge 7
+# shellcheck disable=SC2086
+check "view_slides.1 switches" mentions "$man1/view_slides.1" -png-screens -png-slides -debug $view_options
 pack_options=$("$bin/pack_slides" --help | grep -oE -- '(^| )--?[a-z][a-z-]*' | sort -u)
 check "pack_slides --help lists options" test "$(wc -w <<< "$pack_options")" -ge 10
 # shellcheck disable=SC2086
