@@ -154,15 +154,9 @@ bool allOneColour(const Pixels& p, unsigned char v) {
 
 // Asks the window manager to close the window, as a task bar does.
 void askWmToClose(Display* d, Window w) {
-    XEvent e = {};
-    e.xclient.type = ClientMessage;
-    e.xclient.window = w;
-    e.xclient.message_type = XInternAtom(d, "_NET_CLOSE_WINDOW", False);
-    e.xclient.format = 32;
-    e.xclient.data.l[0] = CurrentTime;
-    e.xclient.data.l[1] = 2;  // from a pager
-    XSendEvent(d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &e);
-    XFlush(d);
+    const long from_pager = 2;
+    sendClientMessage(d, DefaultRootWindow(d), w, "_NET_CLOSE_WINDOW", CurrentTime, from_pager,
+                      SubstructureRedirectMask | SubstructureNotifyMask);
 }
 
 bool hasFullscreenState(Display* d, Window w) {

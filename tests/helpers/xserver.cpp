@@ -94,19 +94,17 @@ XServer::XServer(int depth, int width, int height) {
     if (error_.empty()) error_ = "could not start Xvfb on any display from :90 up";
 }
 
-// A configuration for the dummy driver: no input devices (XTest's are enough), one screen that
-// can grow to the given size.
+// tests/xorg-dummy.conf with its placeholders filled in.
 static std::string dummyConfig(const DummyXorg& xorg) {
-    std::ostringstream c;
-    c << "Section \"ServerFlags\"\n  Option \"AutoAddDevices\" \"false\"\n  Option \"AutoEnableDevices\" \"false\"\n"
-      << "  Option \"DontVTSwitch\" \"true\"\nEndSection\n"
-      << "Section \"Device\"\n  Identifier \"dummy\"\n  Driver \"dummy\"\n  VideoRam "
-      << (xorg.width * xorg.height * 4 / 1024 + 4096) << "\nEndSection\n"
-      << "Section \"Monitor\"\n  Identifier \"monitor\"\n  HorizSync 5.0-1000.0\n  VertRefresh 5.0-200.0\nEndSection\n"
-      << "Section \"Screen\"\n  Identifier \"screen\"\n  Device \"dummy\"\n  Monitor \"monitor\"\n"
-      << "  DefaultDepth " << xorg.depth << "\n  SubSection \"Display\"\n    Depth " << xorg.depth << "\n    Virtual "
-      << xorg.width << " " << xorg.height << "\n  EndSubSection\nEndSection\n";
-    return c.str();
+    std::string c = readFileBytes(std::string(SLIDES_SOURCE_DIR) + "/tests/xorg-dummy.conf");
+    auto fill = [&](const std::string& name, int value) {
+        for (size_t at; (at = c.find(name)) != std::string::npos;) c.replace(at, name.size(), std::to_string(value));
+    };
+    fill("@DEPTH@", xorg.depth);
+    fill("@WIDTH@", xorg.width);
+    fill("@HEIGHT@", xorg.height);
+    fill("@VIDEORAM@", xorg.width * xorg.height * 4 / 1024 + 4096);  // kilobytes
+    return c;
 }
 
 XServer::XServer(const DummyXorg& xorg) {
@@ -337,16 +335,21 @@ bool waitQueued(Display* d, int count, int timeout_ms) {
         timeout_ms);
 }
 
-void sendCloseRequest(Display* d, Window w) {
+void sendClientMessage(Display* d, Window to, Window about, const char* type, long data0, long data1, long mask) {
     XEvent e = {};
     e.xclient.type = ClientMessage;
-    e.xclient.window = w;
-    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
+    e.xclient.window = about;
+    e.xclient.message_type = XInternAtom(d, type, False);
     e.xclient.format = 32;
-    e.xclient.data.l[0] = (long)XInternAtom(d, "WM_DELETE_WINDOW", False);
-    e.xclient.data.l[1] = CurrentTime;
-    XSendEvent(d, w, False, NoEventMask, &e);
+    e.xclient.data.l[0] = data0;
+    e.xclient.data.l[1] = data1;
+    XSendEvent(d, to, False, mask, &e);
     XFlush(d);
+}
+
+void sendCloseRequest(Display* d, Window w) {
+    sendClientMessage(d, w, w, "WM_PROTOCOLS", (long)XInternAtom(d, "WM_DELETE_WINDOW", False), CurrentTime,
+                      NoEventMask);
 }
 
 static const char* TEST_TITLE = "display test window";

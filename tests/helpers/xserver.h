@@ -117,6 +117,9 @@ Window waitForWindow(Display* d, const std::string& title, int timeout_ms);
 // Polls until the connection holds at least count queued events; false after timeout_ms.
 bool waitQueued(Display* d, int count, int timeout_ms);
 
+// Sends a 32-bit client message of the type about window `about` to window `to`, for the
+// clients that select `mask` there.
+void sendClientMessage(Display* d, Window to, Window about, const char* type, long data0, long data1, long mask);
 // Sends the window manager's close request (WM_DELETE_WINDOW) to the window.
 void sendCloseRequest(Display* d, Window w);
 
