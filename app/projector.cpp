@@ -1,7 +1,7 @@
 // The window's frame is the picture of the screen shown, placed in the middle, with black
 // around it. Frames are composed row by row from the kept pictures straight into the frame
 // buffer. Scrolls move the window's content on the server with XCopyArea and send only the band
-// that enters, as the designed transitions do, but each frame moves as far as the clock says.
+// that enters, as the window's transitions do, but each frame moves as far as the clock says.
 #include "app/projector.h"
 
 #include <time.h>

@@ -123,7 +123,7 @@ static int digitOf(unsigned sym) {
     return -1;
 }
 
-// How screens reach the window: the designed window, or scaled on a presenting monitor.
+// How screens reach the window: at their own size in the window, or scaled on a presenting monitor.
 struct Painter {
     void (*draw)(Image&);
     void (*forward)(Image&);

@@ -11,7 +11,7 @@ extern bool trans_probed;   // the step has been measured
 
 struct ViewOptions {
     int first_screen = 0;              // the screen shown first
-    const Monitor* monitor = nullptr;  // present on this monitor; null: the designed window
+    const Monitor* monitor = nullptr;  // present on this monitor; null: the window of the screens' size
 };
 
 // Opens the window, shows the screens until the user quits, closes the window.

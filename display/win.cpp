@@ -109,7 +109,7 @@ static void chooseConversion(int depth) {
     }
 }
 
-// Where a window goes: the designed one at the root's corner with a border, a presenting one
+// Where a window goes: the viewer's at the root's corner with a border, a presenting one
 // over a whole monitor without one.
 struct Placement {
     int x, y;

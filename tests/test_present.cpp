@@ -285,6 +285,21 @@ TYPED_TEST(PresentingBare, FillsTheProjectorScaledLikePillow) {
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
+TYPED_TEST(PresentingBare, TakesTheKeyboardFocus) {
+    TestShow show = tenScreens();
+    RunningViewer v(*this->server, show, this->archive(show), {"-present"}, {}, false);
+    ASSERT_TRUE(v.ok());
+    EXPECT_TRUE(within(5000, [&] {
+        Window focus;
+        int revert;
+        XGetInputFocus(this->look_, &focus, &revert);
+        return focus == v.window();
+    }));
+    v.key("space");  // with the pointer over the laptop, keys still reach the show
+    EXPECT_TRUE(this->presents(v, show, 1, kTenOnProjector));
+    EXPECT_EQ(v.quitWith("q"), 0);
+}
+
 TYPED_TEST(PresentingBare, ClickerKeysMoveByScreensAndBlank) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-present"});
@@ -405,7 +420,10 @@ TYPED_TEST(PresentingBare, ShrinksWithAWidenedFilter) {
     TestShow show = {1920, 1440, {false, false}};  // on the laptop: 1024 x 768
     RunningViewer v(*this->server, show, this->archive(show), {"-monitor=laptop"});
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(this->presents(v, show, 0, {171, 0, 1024, 768}));
+    auto first = this->presents(v, show, 0, {171, 0, 1024, 768});
+    EXPECT_TRUE(first);
+    printf("laptop capture (shrunk) against Pillow's bilinear resample, depth %d: %s\n", TypeParam::depth,
+           first.message());
     v.key("space");
     EXPECT_TRUE(this->presents(v, show, 1, {171, 0, 1024, 768}));
     EXPECT_EQ(v.quitWith("q"), 0);

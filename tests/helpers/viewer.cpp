@@ -57,7 +57,7 @@ void waitForNoViewer(Display* d) {
 }  // namespace
 
 RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::string& archive,
-                             std::vector<std::string> args, const std::vector<std::string>& env)
+                             std::vector<std::string> args, const std::vector<std::string>& env, bool focus)
     : x_(x), show_(show), depth16_(false) {
     XSetErrorHandler(ignoreXError);
     look_ = x.connect();
@@ -84,7 +84,7 @@ RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::
     if (!window_) return;
     depth16_ = DefaultDepth(look_, DefaultScreen(look_)) == 16;
     x.xdotool({"mousemove", "20", "20"});
-    XSetInputFocus(look_, window_, RevertToParent, CurrentTime);
+    if (focus) XSetInputFocus(look_, window_, RevertToParent, CurrentTime);
     XSync(look_, False);
 }
 

@@ -35,8 +35,11 @@ uint32_t pack565(Color c);
 class RunningViewer {
 public:
     // env holds "NAME=value" entries for the program; it never sees the tester's session bus.
+    // Once the window is there, the pointer goes to (20, 20) and, when focus is true, the window
+    // is given the keyboard focus.
     RunningViewer(const XServer& x, const TestShow& show, const std::string& archive,
-                  std::vector<std::string> args = {}, const std::vector<std::string>& env = {});
+                  std::vector<std::string> args = {}, const std::vector<std::string>& env = {},
+                  bool focus = true);
     ~RunningViewer();
     RunningViewer(const RunningViewer&) = delete;
     RunningViewer& operator=(const RunningViewer&) = delete;
