@@ -9,6 +9,7 @@
 #include <sys/shm.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "display/win.h"
 
@@ -42,12 +43,26 @@ static void dropSegment() {
     segment = XShmSegmentInfo();
 }
 
+// The buffer the server reads: the frame buffer itself when its pixels are already the
+// visual's (no conversion to make), else the display buffer. Moving it copies its bytes into
+// fresh memory (shared or not) and frees the old memory unless that was shared.
+static void moveSentBuffer(void* fresh, bool old_is_shared) {
+    bool frame = RGB_conv == 0;
+    void* old = frame ? (void*)win_data : raw_data;
+    memcpy(fresh, old, (size_t)win_size * 4);
+    if (!old_is_shared) free(old);
+    if (frame)
+        win_data = (Color*)fresh;
+    else
+        raw_data = fresh;
+}
+
 bool shareDisplayBuffer() {
     if (shared || !XShmQueryExtension(display)) return false;
     int depth = DefaultDepth(display, screen_no);
     shared = XShmCreateImage(display, DefaultVisual(display, screen_no), depth, ZPixmap, nullptr, &segment,
                              win_width, win_height);
-    // The rows must lie in raw_data as the frame buffer's conversion writes them.
+    // The rows must lie in the buffer as the frame buffer's conversion writes them.
     int stride = win_width * (RGB_conv == -1 ? 2 : 4);
     if (!shared || shared->bytes_per_line != stride) return dropSegment(), false;
     segment.shmid = shmget(IPC_PRIVATE, (size_t)win_size * 4, IPC_CREAT | 0600);
@@ -58,18 +73,21 @@ bool shareDisplayBuffer() {
     shmctl(segment.shmid, IPC_RMID, nullptr);
     if (!attached) return dropSegment(), false;
     shared->data = segment.shmaddr;
-    free(raw_data);
-    raw_data = segment.shmaddr;
+    moveSentBuffer(segment.shmaddr, false);
     return true;
 }
 
 void unshareDisplayBuffer() {
     if (!shared) return;
+    void* own = malloc((size_t)win_size * 4);
+    if (!own) return;  // keeps the shared buffer; it goes with the process
     XShmDetach(display, &segment);
     XSync(display, False);
+    moveSentBuffer(own, true);
     dropSegment();
-    raw_data = malloc((size_t)win_size * 4);
 }
+
+bool frameBufferShared() { return shared && RGB_conv == 0; }
 
 bool putShared(int x0, int y0, int x1, int y1) {
     if (!shared) return false;

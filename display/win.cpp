@@ -114,13 +114,14 @@ static void chooseConversion(int depth) {
 struct Placement {
     int x, y;
     unsigned width, height, border;
+    int backing_store;  // a presenting window repaints itself instead, sparing the server a copy
 };
 
 static Window createWindow(const Placement& at) {
     XSetWindowAttributes attr = {};
     attr.background_pixel = BlackPixel(display, screen_no);
     attr.border_pixel = WhitePixel(display, screen_no);
-    attr.backing_store = Always;
+    attr.backing_store = at.backing_store;
     attr.event_mask = EVENT_MASK;
     attr.override_redirect = 1;  // not in the mask: the window manager keeps managing it
     unsigned long mask = CWBackPixel | CWBorderPixel | CWBackingStore | CWEventMask;
@@ -178,13 +179,13 @@ static void openWindow(const Placement& at, const char* title, void (*before_map
 }
 
 extern "C" void openWin(unsigned width, unsigned height, const char* title) {
-    openWindow(Placement{0, 0, width, height, 1}, title, nullptr);
+    openWindow(Placement{0, 0, width, height, 1, Always}, title, nullptr);
 }
 
 static Bool isMapNotify(Display*, XEvent* e, XPointer) { return e->type == MapNotify && e->xmap.window == window; }
 
 void openMonitorWin(const Monitor& monitor, const char* title) {
-    Placement at = {monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0};
+    Placement at = {monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0, NotUseful};
     openWindow(at, title, prepareFullscreen);
     XEvent mapped;
     XIfEvent(display, &mapped, isMapNotify, nullptr);
@@ -245,7 +246,7 @@ static void convert(int x0, int y0, int x1, int y1) {
 void exposeWin(int x0, int y0, int x1, int y1) {
     normalise(x0, y0, x1, y1);
     if (x0 == x1 || y0 == y1) return;
-    convert(x0, y0, x1, y1);
+    if (!frameBufferShared()) convert(x0, y0, x1, y1);
     if (putShared(x0, y0, x1, y1)) return;
     // The image starts at the rectangle's corner with the buffer's full size and stride, so
     // the rectangle is the image's top-left part; only its rows are ever read.
