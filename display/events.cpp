@@ -51,7 +51,7 @@ static int inspect(const XEvent& e, int* code, int* x, int* y) {
         fill(code, x, y, EVENT_RESIZE, e.xconfigure.width, e.xconfigure.height);
         return 1;
     case ClientMessage:
-        if ((Atom)e.xclient.data.l[0] != wm_delete_window) break;
+        if (!wm_delete_window || (Atom)e.xclient.data.l[0] != wm_delete_window) break;  // presenting only
         fill(code, x, y, EVENT_CLOSE, 0, 0);
         return 1;
     }

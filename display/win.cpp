@@ -130,13 +130,15 @@ static Window createWindow(const Placement& at) {
                          &attr);
 }
 
-// The title, a class for window managers and the close request of their close button.
-static void nameWindow(const char* title) {
-    if (title) XStoreName(display, window, title);
+// What a presenting window tells the window manager before it appears: a class, the close
+// request of the manager's close button, and the wish for full screen. The designed window
+// carries its title alone.
+static void presentingHints() {
     XClassHint hint = {(char*)"view_slides", (char*)"View_slides"};
     XSetClassHint(display, window, &hint);
     wm_delete_window = XInternAtom(display, "WM_DELETE_WINDOW", False);
     XSetWMProtocols(display, window, &wm_delete_window, 1);
+    prepareFullscreen();
 }
 
 Display* connectDisplay() {
@@ -161,7 +163,7 @@ static void openWindow(const Placement& at, const char* title, void (*before_map
 
     window = createWindow(at);
     if (!window) fail("Could not open window.");
-    nameWindow(title);
+    if (title) XStoreName(display, window, title);
     if (before_map) before_map();
     XMapWindow(display, window);
     XFlush(display);
@@ -186,7 +188,7 @@ static Bool isMapNotify(Display*, XEvent* e, XPointer) { return e->type == MapNo
 
 void openMonitorWin(const Monitor& monitor, const char* title) {
     Placement at = {monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0, NotUseful};
-    openWindow(at, title, prepareFullscreen);
+    openWindow(at, title, presentingHints);
     XEvent mapped;
     XIfEvent(display, &mapped, isMapNotify, nullptr);
     XSetInputFocus(display, window, RevertToParent, CurrentTime);
