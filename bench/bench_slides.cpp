@@ -97,7 +97,9 @@ const char* loadDeck(const std::string& folder, LoadedDeck& d) {
     d.folder = folder;
     d.name = baseName(folder);
     const char* error = readSlideList(folder.c_str(), d.deck);
-    if (!error) error = loadPages(d.deck, d.pages, nullptr);
+    if (error) return error;
+    d.pages.resize(d.deck.files.size);
+    for (int i = 0; i < d.deck.files.size && !error; i++) error = readPage(d.deck.files[i], d.pages[i]);
     if (error) return error;
     if (d.pages.size == 0) return "the deck has no pages";
     for (int i = 0; i < d.deck.files.size; i++) {
@@ -329,7 +331,13 @@ DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
     f.png = d.png_total;
 
     PackedShow packed;
-    f.pack_ms_page = bestOf(1, [&] { packPages(d.pages, d.deck.flags, packed, nullptr); }) * 1e3 / f.pages;
+    f.pack_ms_page = bestOf(1, [&] {
+        PageStore store;
+        store.open("/tmp");
+        Survey survey;
+        for (int i = 0; i < d.pages.size; i++) surveyBitmap(store, survey, d.pages[i]);
+        packPages(store, survey, d.deck.flags, 1, packed, nullptr);
+    }) * 1e3 / f.pages;
     std::string archive = std::string(SLIDES_BUILD_DIR) + "/bench-" + d.name + ".slides";
     writeArchiveFile(archive, ARCHIVE_SEPARATE, "", packed.backgrounds, packed.screens, packed.flags);
     f.archive = fileSize(archive);

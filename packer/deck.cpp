@@ -94,17 +94,15 @@ static bool isOpaque(const Bitmap& page) {
     return true;
 }
 
-const char* loadPages(const Deck& deck, vec<Bitmap>& pages, void (*progress)(int i, int n)) {
-    pages.resize(deck.files.size);
-    for (int i = 0; i < deck.files.size; i++) {
-        if (progress) progress(i, deck.files.size);
-        const char* path = deck.files[i];
-        if (!readPng(path, pages[i])) return errorf("Could not read the PNG file: %s", path);
-        if (pages[i].width == 0 || pages[i].height == 0) return errorf("Empty page: %s", path);
-        if (pages[i].width != pages[0].width || pages[i].height != pages[0].height)
-            return errorf("%s is %d x %d but %s is %d x %d; all pages must have one size", path, pages[i].width,
-                          pages[i].height, deck.files[0], pages[0].width, pages[0].height);
-        if (!isOpaque(pages[i])) return errorf("%s has transparent pixels; pages must be opaque", path);
-    }
+const char* readPage(const char* path, Bitmap& page) {
+    if (!readPng(path, page)) return errorf("Could not read the PNG file: %s", path);
+    if (page.width == 0 || page.height == 0) return errorf("Empty page: %s", path);
+    if (!isOpaque(page)) return errorf("%s has transparent pixels; pages must be opaque", path);
     return nullptr;
+}
+
+const char* sizeMismatch(const Deck& deck, int i, const Bitmap& page, const Bitmap& first) {
+    if (page.width == first.width && page.height == first.height) return nullptr;
+    return errorf("%s is %d x %d but %s is %d x %d; all pages must have one size", deck.files[i], page.width,
+                  page.height, deck.files[0], first.width, first.height);
 }

@@ -16,8 +16,11 @@ const char* readSlideList(const char* folder, Deck& deck);
 // Takes the grouping of deck.files from a slides.txt-style list, matching by file name.
 const char* applySlideList(const char* list_path, Deck& deck);
 
-// Reads every page; all must be opaque and of one size. Calls progress(i) before page i.
-const char* loadPages(const Deck& deck, vec<Bitmap>& pages, void (*progress)(int i, int n));
+// Reads one page, which must be opaque and not empty. Returns null or a one-line error.
+const char* readPage(const char* path, Bitmap& page);
+
+// Page i must have the first page's size: null, or the error that says it has not.
+const char* sizeMismatch(const Deck& deck, int i, const Bitmap& page, const Bitmap& first);
 
 // Formats an error into a buffer that lives until the next call.
 const char* errorf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -10,16 +10,21 @@
 
 #include "show/unpack.h"
 #include "support/exits.h"
-#include "png/png.h"
+#include "codec/codec.h"
 #include "packer/deck.h"
+#include "packer/deck_pages.h"
+#include "packer/limits.h"
 #include "packer/packer.h"
-#include "packer/pdf.h"
+#include "packer/page_geometry.h"
+#include "packer/pdf_pages.h"
+#include "packer/progress.h"
 
 static const char* usage =
     "Usage: pack_slides TALK.pdf (-o SHOW | --archive FILE) [--size WxH] [--background RRGGBB]\n"
-    "                         [--no-steps] [--verify] [--viewer PATH]\n"
-    "       pack_slides DECK_FOLDER (-o SHOW | --archive FILE) [--verify] [--viewer PATH]\n"
-    "       pack_slides PAGE.png... [--slides LIST] (-o SHOW | --archive FILE) [--verify]\n"
+    "                         [--no-steps] [--page-timeout SECONDS] [--jobs N] [--verify]\n"
+    "                         [--viewer PATH]\n"
+    "       pack_slides DECK_FOLDER (-o SHOW | --archive FILE) [--jobs N] [--verify] [--viewer PATH]\n"
+    "       pack_slides PAGE.png... [--slides LIST] (-o SHOW | --archive FILE) [--jobs N] [--verify]\n"
     "\n"
     "  TALK.pdf        a PDF talk: every page is rendered at the show's size; consecutive pages\n"
     "                  sharing a page label that show the page before with more added are the\n"
@@ -28,12 +33,16 @@ static const char* usage =
     "  --background RRGGBB  the colour around PDF pages of another aspect ratio (default 000000,\n"
     "                  black); pages are fitted and centred, never stretched\n"
     "  --no-steps      every PDF page is a slide of its own\n"
+    "  --page-timeout SECONDS  the longest a PDF page may take to render (default 60); a page\n"
+    "                  that takes longer, or that crashes the PDF library, fails the pack\n"
     "  DECK_FOLDER     a folder with slides.txt: one line '<file> <flag>' per page,\n"
     "                  flag 1 = the page continues the slide of the page before\n"
     "  PAGE.png...     pages given one by one, each its own slide unless --slides\n"
     "                  names a list in the slides.txt format that groups them\n"
     "  -o SHOW         write a self-contained show: the viewer with the archive appended\n"
     "  --archive FILE  write the slide archive alone (view it with: view_slides FILE)\n"
+    "  --jobs N        pages read, rendered and encoded by N worker processes at once (default:\n"
+    "                  the number of processors); the show is the same for every N\n"
     "  --verify        unpack the written archive and compare every screen with its page\n"
     "  --viewer PATH   the view_slides program to copy (default: the one beside pack_slides)\n"
     "  -h, --help      print this help\n"
@@ -47,11 +56,12 @@ struct Options {
     const char* viewer = nullptr;
     const char* size = nullptr;
     const char* background = nullptr;
+    const char* jobs = nullptr;
+    const char* page_timeout = nullptr;
     bool verify = false;
     bool no_steps = false;
 };
 
-static bool progress_shown = false;  // a progress line is open on standard output
 static char* temp_path = nullptr;  // the output being written, removed on failure or interrupt
 
 static void removeTemp() {
@@ -60,7 +70,7 @@ static void removeTemp() {
 
 [[noreturn]] static void fail(const char* message) {
     removeTemp();
-    if (progress_shown) putchar('\n');
+    if (progressLineOpen()) putchar('\n');
     fflush(stdout);
     fprintf(stderr, "ERROR! %s\n", message);
     exit(1);
@@ -68,8 +78,10 @@ static void removeTemp() {
 
 // Where the value of an option that takes one goes; null for any other argument.
 static const char** valueSlot(Options& o, const char* name) {
-    static const char* const names[] = {"-o", "--archive", "--slides", "--viewer", "--size", "--background"};
-    const char** slots[] = {&o.show, &o.archive, &o.slide_list, &o.viewer, &o.size, &o.background};
+    static const char* const names[] = {"-o",     "--archive",    "--slides", "--viewer",
+                                        "--size", "--background", "--jobs",   "--page-timeout"};
+    const char** slots[] = {&o.show, &o.archive,    &o.slide_list, &o.viewer,
+                            &o.size, &o.background, &o.jobs,       &o.page_timeout};
     for (size_t k = 0; k < sizeof names / sizeof *names; k++)
         if (!strcmp(name, names[k])) return slots[k];
     return nullptr;
@@ -196,35 +208,36 @@ static bool samePixels(const Image& image, const Bitmap& page) {
     return true;
 }
 
-// Unpacks the written file the way view_slides does and compares every screen with its page.
-static void verify(const Options& o, const vec<Bitmap>& pages) {
+// Unpacks the written file the way view_slides does and compares every screen with its page,
+// one screen at a time.
+static void verify(const Options& o, const PageStore& store, const Survey& survey) {
     File in;
     in.open(temp_path, "rb");
     ArchiveIndex index;
     Show show;
     const char* error = nullptr;
+    auto check = [&](int i, Image& image) -> const char* {
+        vec<unsigned char> stream;
+        Bitmap page;
+        const char* problem = i < survey.pages.size ? store.get(survey.pages[i], stream) : "too many screens";
+        if (!problem) problem = decompress(page, stream);
+        if (!problem && !samePixels(image, page)) problem = errorf("screen %d differs from its page", i + 1);
+        releaseImage(image);
+        return problem;
+    };
     try {
         error = readIndex(in, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
-        if (!error) error = unpackShow(in, index, RUN_VIEW, show, nullptr);
+        if (!error && index.ns != survey.pages.size) error = "wrong number of screens";
+        if (!error) error = unpackShow(in, index, RUN_VIEW, show, nullptr, check);
     } catch (Exception_EOF&) {
         error = "unexpected end of file";
     }
     if (error) fail(errorf("Verification failed: %s", error));
-    if (show.images.size != pages.size) fail("Verification failed: wrong number of screens");
-    for (int i = 0; i < pages.size; i++)
-        if (!samePixels(show.images[i], pages[i]))
-            fail(errorf("Verification failed: screen %d differs from its page", i + 1));
 }
 
-static void showProgress(const char* what, int i, int n) {
-    progress_shown = true;
-    printf("\r%s page %d/%d ", what, i + 1, n);
-    fflush(stdout);
-}
 static void readProgress(int i, int n) { showProgress("Reading", i, n); }
-static void encodeProgress(int i, int n) { showProgress("Encoding", i, n); }
-
 static void renderProgress(int i, int n) { showProgress("Rendering", i, n); }
+static void encodeProgress(int i, int n) { showProgress("Encoding", i, n); }
 
 static long long fileBytes(const char* path) {
     struct stat st;
@@ -243,33 +256,63 @@ static bool isPdfInput(const Options& o) {
     for (int i = 0; i < o.inputs.size; i++) pdf = pdf || (!isFolder(o.inputs[i]) && isPdfFile(o.inputs[i]));
     if (pdf && o.inputs.size > 1) fail("A PDF talk is packed on its own; give one PDF file");
     if (pdf && o.slide_list) fail("--slides groups PNG pages; a PDF talk is grouped by its page labels");
-    if (!pdf && (o.size || o.background || o.no_steps))
-        fail("--size, --background and --no-steps apply to a PDF talk");
+    if (!pdf && (o.size || o.background || o.no_steps || o.page_timeout))
+        fail("--size, --background, --no-steps and --page-timeout apply to a PDF talk");
     return pdf;
 }
 
-static PdfOptions pdfOptions(const Options& o) {
-    PdfOptions p;
+// --jobs N: 1 .. kMaxJobs; by default the processors online.
+static int jobCount(const Options& o) {
+    if (!o.jobs) {
+        long online = sysconf(_SC_NPROCESSORS_ONLN);
+        return online < 1 ? 1 : online > kMaxJobs ? kMaxJobs : (int)online;
+    }
+    char* end;
+    long n = strtol(o.jobs, &end, 10);
+    if (o.jobs[0] < '0' || o.jobs[0] > '9' || *end || n < 1 || n > kMaxJobs)
+        fail(errorf("--jobs wants a number of worker processes from 1 to %d: %s", kMaxJobs, o.jobs));
+    return (int)n;
+}
+
+static PdfRun pdfRun(const Options& o) {
+    PdfRun run;
+    PdfOptions& p = run.options;
     if (o.size && !parseSize(o.size, &p.width, &p.height))
-        fail(errorf("--size wants WxH, for example 1005x754: %s", o.size));
+        fail(errorf("--size wants WxH, each side 1 to %d and at most %lld pixels, for example 1005x754: %s",
+                    kMaxShowSide, kMaxPixels, o.size));
     if (o.background && !parseColor(o.background, &p.background))
         fail(errorf("--background wants a colour RRGGBB, for example ffffff: %s", o.background));
     p.steps = !o.no_steps;
-    return p;
+    run.page_timeout = kDefaultPageTimeout;
+    if (o.page_timeout) {
+        char* end;
+        run.page_timeout = strtod(o.page_timeout, &end);
+        if (o.page_timeout[0] < '0' || o.page_timeout[0] > '9' || *end || !(run.page_timeout > 0) ||
+            run.page_timeout > kMaxPageTimeout)
+            fail(errorf("--page-timeout wants seconds above 0, at most %g: %s", kMaxPageTimeout, o.page_timeout));
+    }
+    run.jobs = jobCount(o);
+    return run;
 }
 
 // Renders the talk's pages and groups them into slides; prints what it found.
-static void loadPdf(const Options& o, vec<Bitmap>& pages, vec<bool>& flags) {
-    PdfOptions options = pdfOptions(o);
-    vec<char*> labels;
-    const char* error = renderPdf(o.inputs[0], options, pages, labels, renderProgress);
+static void loadPdf(const Options& o, const PdfRun& run, PageStore& store, Survey& survey, vec<bool>& flags) {
     Grouping g;
-    if (!error) g = groupPages(labels, pages, options.steps, flags);
-    for (int i = 0; i < labels.size; i++) free(labels[i]);
-    if (error) fail(error);
-    printf("\rFound %d pages in %s: %d slides, %d animation steps", pages.size, o.inputs[0], g.slides, g.steps);
+    if (const char* error = surveyPdf(o.inputs[0], run, store, survey, flags, g, renderProgress)) fail(error);
+    overProgress();
+    printf("Found %d pages in %s: %d slides, %d animation steps", survey.pages.size, o.inputs[0], g.slides, g.steps);
     if (g.relabelled) printf(" (%d pages repeat the label before them but start new slides)", g.relabelled);
-    printf("%s\n", options.steps ? "" : " (--no-steps)");
+    printf("%s\n", run.options.steps ? "" : " (--no-steps)");
+}
+
+// The folder an output goes to, where the packer keeps its temporary page file.
+static char* folderOf(const char* path) {
+    char* folder = strdup(path);
+    char* slash = strrchr(folder, '/');
+    if (!slash) return strcpy(folder, ".");
+    if (slash == folder) slash++;
+    *slash = 0;
+    return folder;
 }
 
 int main(int argc, char** argv) {
@@ -277,23 +320,27 @@ int main(int argc, char** argv) {
     Options o;
     parseOptions(argc, argv, o);
     bool pdf = isPdfInput(o);
+    PdfRun run = pdf ? pdfRun(o) : PdfRun();
+    int jobs = pdf ? run.jobs : jobCount(o);
     const char* output = o.show ? o.show : o.archive;
     char* viewer = o.show ? chooseViewer(o) : nullptr;
     int fd = openTemp(output);  // before the slow work, so that an unwritable output fails at once
+    char* folder = folderOf(output);
+    PageStore store;
+    if (const char* error = store.open(folder)) fail(error);
     Deck deck;
-    vec<Bitmap> pages;
+    Survey survey;
     if (pdf) {
-        loadPdf(o, pages, deck.flags);
+        loadPdf(o, run, store, survey, deck.flags);
     } else {
         collectDeck(o, deck);
-        const char* error = loadPages(deck, pages, readProgress);
-        if (error) fail(error);
+        if (const char* error = surveyDeck(deck, jobs, store, survey, readProgress)) fail(error);
     }
     PackedShow show;
-    packPages(pages, deck.flags, show, encodeProgress);
+    if (const char* error = packPages(store, survey, deck.flags, jobs, show, encodeProgress)) fail(error);
     long long size = writeOutput(o, viewer, fd, show);
     free(viewer);
-    if (o.verify) verify(o, pages);
+    if (o.verify) verify(o, store, survey);
 
     if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
     free(temp_path);
@@ -302,8 +349,10 @@ int main(int argc, char** argv) {
     int slides = 0;
     for (int i = 0; i < deck.flags.size; i++) slides += !deck.flags[i];
     long long source = pdf ? fileBytes(o.inputs[0]) : pngTotal(deck);
-    printf("\rPacked %d pages (%d slides) into %s: archive %lld bytes, %.3f of the %s %lld bytes%s\n", pages.size,
+    overProgress();
+    printf("Packed %d pages (%d slides) into %s: archive %lld bytes, %.3f of the %s %lld bytes%s\n", survey.pages.size,
            slides, output, size, source ? (double)size / source : 0.0, pdf ? "PDF's" : "PNG pages'", source,
            o.verify ? ", verified" : "");
+    free(folder);
     return 0;
 }

@@ -1,86 +1,155 @@
 #include "packer/packer.h"
 
 #include <cstring>
+#include <string>
 
 #include "codec/codec.h"
 #include "codec/encoder.h"
+#include "packer/job_pool.h"
+#include "packer/limits.h"
 
 namespace {
 
-void makeBitmap(Bitmap& b, int width, int height) {
-    b.data = allocPixels(width, height);
-    b.width = width;
-    b.height = height;
-}
+// Candidate backgrounds: 0 is one colour and always available, so that the first screen has a
+// background; 1 is what most pages show.
+const int kCandidates = 2;
+// A screen is coded over a reference: -1 the previous screen, else a candidate. Arrays over the
+// references hold the previous screen's entry first.
+const int kReferences = kCandidates + 1;
 
-// The colour most pages show at each pixel (majority vote).
-void majorityBackground(const vec<Bitmap>& pages, Bitmap& bg) {
-    const Bitmap& first = pages[0];
-    int n = first.width * first.height;
-    makeBitmap(bg, first.width, first.height);
-    vec<int> votes;
-    votes.assignZero(n);
-    memcpy(bg.data, first.data, (size_t)n * sizeof(Color));
-    for (int p = 0; p < pages.size; p++)
-        for (int i = 0; i < n; i++) {
-            if (pages[p].data[i] == bg.data[i])
-                votes[i]++;
-            else if (votes[i] == 0)
-                bg.data[i] = pages[p].data[i], votes[i] = 1;
-            else
-                votes[i]--;
-        }
-}
+int slotOf(int reference) { return reference + 1; }
 
-// A background of the first page's commonest colour: a stream of a few bytes.
-void plainBackground(const IndexedPage& first, Bitmap& bg) {
-    vec<int> counts;
-    counts.resize(first.colours.size);
-    for (int id : first.ids) counts[id]++;
-    int most = 0;
-    for (int c = 0; c < counts.size; c++)
-        if (counts[c] > counts[most]) most = c;
-    const Bitmap& page = *first.bitmap;
-    makeBitmap(bg, page.width, page.height);
-    for (int i = 0; i < page.width * page.height; i++) bg.data[i] = first.colours[most];
-}
-
-// A screen's streams over each candidate background (by candidate number) and over the previous
-// page. Most are quick estimates; `full` tells which were encoded with full effort.
-struct Options {
-    vec<vec<unsigned char> > over_background;
-    vec<unsigned char> over_previous;  // empty for the first page
-    vec<bool> full;                    // per reference: previous first, then the candidates
-
-    vec<unsigned char>& stream(int reference) { return reference < 0 ? over_previous : over_background[reference]; }
-    const vec<unsigned char>& stream(int reference) const {
-        return reference < 0 ? over_previous : over_background[reference];
-    }
+// A screen's streams over every reference, kept in the store. Most are quick estimates; `full`
+// tells which were encoded with full effort. The first screen has no stream over a previous one.
+struct Streams {
+    Blob blob[kReferences];
+    bool full[kReferences];
 };
 
-// Which reference each screen uses: a candidate number, or -1 for the previous screen.
-int bestReference(const Options& o, const vec<bool>& in_use, long long* bytes) {
+// The reference with the smallest stream among the candidates in use and the previous screen
+// (size 0: none); ties go to the previous screen, then to the lower candidate.
+int bestReference(const int sizes[kReferences], const bool in_use[kCandidates], long long* bytes) {
     int best = -1;
-    long long size = o.over_previous.size > 0 ? o.over_previous.size : -1;
-    for (int c = 0; c < in_use.size; c++)
-        if (in_use[c] && (size < 0 || o.over_background[c].size < size)) best = c, size = o.over_background[c].size;
+    long long size = sizes[0] > 0 ? sizes[0] : -1;
+    for (int c = 0; c < kCandidates; c++)
+        if (in_use[c] && (size < 0 || sizes[slotOf(c)] < size)) best = c, size = sizes[slotOf(c)];
     *bytes = size;
     return best;
 }
 
+const char* loadPage(const PageStore& store, const Blob& blob, Bitmap& page) {
+    vec<unsigned char> bytes;
+    const char* error = store.get(blob, bytes);
+    return error ? error : decompress(page, bytes);
+}
+
+// What encoding page i takes, in a worker: the page with its colours numbered and the page before.
+struct JobPages {
+    Bitmap page, previous;
+    IndexedPage indexed;
+};
+
+const char* loadJobPages(const PageStore& store, const Survey& survey, int i, JobPages& p) {
+    const char* error = loadPage(store, survey.pages[i], p.page);
+    if (!error && i > 0) error = loadPage(store, survey.pages[i - 1], p.previous);
+    if (!error) indexPage(p.page, p.indexed);
+    return error;
+}
+
+// The second pass's shared state: the store, the candidates (colours numbered) and every
+// screen's streams.
+struct Encoding {
+    PageStore& store;
+    const Survey& survey;
+    vec<IndexedPage> candidates;
+    vec<Streams> streams;
+    int workers;
+
+    // Page i over reference r, with full effort or as a quick estimate.
+    void encodeOver(const JobPages& p, int r, bool full, vec<unsigned char>& out) const {
+        const Bitmap* under = r < 0 ? &p.previous : candidates[r].bitmap;
+        encodePage(p.indexed, under, nullptr, full ? kFullEffort : kQuickEffort, out);
+    }
+
+    // Keeps the streams of a job's result (per reference: the full flag, then the stream; an
+    // empty part where there is none) as screen i's.
+    const char* keep(int i, const vec<unsigned char>& result) {
+        Streams& s = streams[i];
+        int at = 0;
+        for (int k = 0; k < kReferences; k++) {
+            const unsigned char *flag, *bytes;
+            int flag_size, size;
+            if (!takePart(result, at, flag, flag_size) || flag_size != 1 || !takePart(result, at, bytes, size))
+                return "A worker's streams came back damaged.";
+            if (size == 0 && !*flag) continue;  // not encoded by this job
+            vec<unsigned char> stream;
+            stream.resize(size);
+            memcpy(stream.data, bytes, (size_t)size);
+            s.full[k] = *flag != 0;
+            if (const char* error = store.put(stream, s.blob[k])) return error;
+        }
+        return nullptr;
+    }
+
+    // Estimates page i over every candidate and over the previous page, then encodes the
+    // smallest with full effort.
+    const char* encodeOptions(int i, vec<unsigned char>& result) const {
+        JobPages p;
+        if (const char* error = loadJobPages(store, survey, i, p)) return error;
+        vec<unsigned char> out[kReferences];
+        int sizes[kReferences] = {};
+        for (int r = i > 0 ? -1 : 0; r < kCandidates; r++) {
+            encodeOver(p, r, false, out[slotOf(r)]);
+            sizes[slotOf(r)] = out[slotOf(r)].size;
+        }
+        const bool all[kCandidates] = {true, true};
+        long long bytes;
+        int best = bestReference(sizes, all, &bytes);
+        out[slotOf(best)].clear();
+        encodeOver(p, best, true, out[slotOf(best)]);
+        for (int k = 0; k < kReferences; k++) {
+            unsigned char full = k == slotOf(best);
+            putPart(result, &full, 1);
+            putPart(result, out[k].data, out[k].size);
+        }
+        return nullptr;
+    }
+
+    // Encodes page i over reference r with full effort, as the only stream of its result.
+    const char* encodeFully(int i, int r, vec<unsigned char>& result) const {
+        JobPages p;
+        if (const char* error = loadJobPages(store, survey, i, p)) return error;
+        vec<unsigned char> out;
+        encodeOver(p, r, true, out);
+        for (int k = 0; k < kReferences; k++) {
+            unsigned char full = k == slotOf(r);
+            putPart(result, &full, 1);
+            putPart(result, out.data, k == slotOf(r) ? out.size : 0);
+        }
+        return nullptr;
+    }
+
+    int size(int i, int slot) const { return streams[i].blob[slot].size; }
+};
+
+struct Plan {
+    vec<int> choice;                       // per screen
+    vec<vec<unsigned char> > backgrounds;  // per candidate, empty when unused
+    long long total = 0;
+};
+
 // Marks, for every candidate, the pixels that some screen shows through its see-through pixels
 // (directly, or through the previous screens that it lets show).
-void markShown(const vec<Options>& options, const vec<int>& choice, int candidates, int pixels,
-               vec<vec<unsigned char> >& shown) {
-    shown.resize(candidates);
-    for (int c = 0; c < candidates; c++) shown[c].assignZero(pixels);
+const char* markShown(const Encoding& e, const vec<int>& choice, int pixels, vec<vec<unsigned char> >& shown) {
+    shown.resize(kCandidates);
+    for (int c = 0; c < kCandidates; c++) shown[c].assignZero(pixels);
     vec<int> origin;  // per pixel: the candidate the current screen shows there, or -1
     origin.assignZero(pixels);
+    vec<unsigned char> stream;
     for (int i = 0; i < choice.size; i++) {
-        const Options& o = options[i];
-        const vec<unsigned char>& stream = o.stream(choice[i]);
-        const unsigned char* in = stream.data;
+        if (const char* error = e.store.get(e.streams[i].blob[slotOf(choice[i])], stream)) return error;
         Bitmap decoded;
+        const unsigned char* in = stream.data;
         bool decoded_ok = !decompress(decoded, in, stream.data + stream.size);
         for (int p = 0; p < pixels; p++) {
             if (!decoded_ok || !isSeeThrough(decoded.data[p]))
@@ -90,132 +159,108 @@ void markShown(const vec<Options>& options, const vec<int>& choice, int candidat
             if (origin[p] >= 0) shown[origin[p]][p] = 1;
         }
     }
+    return nullptr;
 }
-
-struct Plan {
-    vec<int> choice;                          // per screen
-    vec<vec<unsigned char> > backgrounds;     // per candidate, empty when unused
-    long long total = 0;
-};
 
 // Picks every screen's best reference among the candidates in use, then encodes those candidates
 // with the pixels that no screen shows free to take any colour.
-void planWith(const vec<Options>& options, const vec<IndexedPage>& candidates, const vec<bool>& in_use, Plan& plan) {
-    plan.choice.resize(options.size);
+const char* planWith(const Encoding& e, const bool in_use[kCandidates], Plan& plan) {
+    plan.choice.resize(e.streams.size);
     plan.total = 0;
-    for (int i = 0; i < options.size; i++) {
+    for (int i = 0; i < e.streams.size; i++) {
+        int sizes[kReferences];
+        for (int k = 0; k < kReferences; k++) sizes[k] = e.size(i, k);
         long long bytes = 0;
-        plan.choice[i] = bestReference(options[i], in_use, &bytes);
+        plan.choice[i] = bestReference(sizes, in_use, &bytes);
         plan.total += bytes;
     }
-    const Bitmap& first = *candidates[0].bitmap;
+    const Bitmap& first = *e.candidates[0].bitmap;
     int pixels = first.width * first.height;
     vec<vec<unsigned char> > shown;
-    markShown(options, plan.choice, candidates.size, pixels, shown);
-    plan.backgrounds.resize(candidates.size);
+    if (const char* error = markShown(e, plan.choice, pixels, shown)) return error;
+    plan.backgrounds.resize(kCandidates);
     vec<unsigned char> unseen;
     unseen.assignZero(pixels);
-    for (int c = 0; c < candidates.size; c++) {
+    for (int c = 0; c < kCandidates; c++) {
         if (!in_use[c]) continue;
         for (int p = 0; p < pixels; p++) unseen[p] = !shown[c][p];
-        encodePage(candidates[c], nullptr, unseen.data, kFullEffort, plan.backgrounds[c]);
+        encodePage(e.candidates[c], nullptr, unseen.data, kFullEffort, plan.backgrounds[c]);
         plan.total += plan.backgrounds[c].size;
     }
+    return nullptr;
 }
 
-// Encodes page i over reference r (a candidate number, or -1 for the previous page), with full
-// effort or as a quick estimate.
-void encodeOption(const vec<IndexedPage>& pages, int i, const vec<IndexedPage>& candidates, int r, bool full,
-                  Options& o) {
-    vec<unsigned char>& stream = o.stream(r);
-    stream.clear();
-    const Bitmap* under = r < 0 ? pages[i - 1].bitmap : candidates[r].bitmap;
-    encodePage(pages[i], under, nullptr, full ? kFullEffort : kQuickEffort, stream);
-    o.full[r + 1] = full;
-}
-
-// Estimates page i over every candidate and over the previous page, then encodes the smallest
-// with full effort.
-void encodeOptions(const vec<IndexedPage>& pages, int i, const vec<IndexedPage>& candidates, Options& o) {
-    o.over_background.resize(candidates.size);
-    o.full.resize(candidates.size + 1);
-    for (int r = i > 0 ? -1 : 0; r < candidates.size; r++) encodeOption(pages, i, candidates, r, false, o);
-    vec<bool> all;
-    for (int c = 0; c < candidates.size; c++) all.push(true);
-    long long bytes;
-    encodeOption(pages, i, candidates, bestReference(o, all, &bytes), true, o);
-}
-
-// Encodes with full effort every chosen reference that is still an estimate; true if any was.
-bool refineChosen(const vec<IndexedPage>& pages, const vec<IndexedPage>& candidates, const vec<int>& choice,
-                  vec<Options>& options) {
-    bool any = false;
-    for (int i = 0; i < choice.size; i++) {
-        if (options[i].full[choice[i] + 1]) continue;
-        encodeOption(pages, i, candidates, choice[i], true, options[i]);
-        any = true;
-    }
-    return any;
+// Encodes with full effort every chosen reference that is still an estimate; *any tells whether
+// there was one.
+const char* refineChosen(Encoding& e, const vec<int>& choice, bool* any) {
+    vec<int> pages;  // the screens to encode again
+    for (int i = 0; i < choice.size; i++)
+        if (!e.streams[i].full[slotOf(choice[i])]) pages.push(i);
+    *any = pages.size > 0;
+    JobRun run;
+    run.count = pages.size;
+    run.workers = e.workers;
+    run.work = [&](int job, vec<unsigned char>& result) {
+        return e.encodeFully(pages[job], choice[pages[job]], result);
+    };
+    run.take = [&](int job, vec<unsigned char>& result) { return e.keep(pages[job], result); };
+    run.name = [&](int job) { return "Encoding page " + std::to_string(pages[job] + 1); };
+    return runJobs(run);
 }
 
 // Fills the show from the plan: candidates that no screen uses are dropped.
-void writePlan(vec<Options>& options, Plan& plan, PackedShow& show) {
-    vec<int> number;  // candidate -> background number, -1 when dropped
-    number.resize(plan.backgrounds.size);
+const char* writePlan(const Encoding& e, Plan& plan, PackedShow& show) {
+    int number[kCandidates];  // candidate -> background number, -1 when dropped
     show.backgrounds.release();
-    for (int c = 0; c < plan.backgrounds.size; c++) {
+    for (int c = 0; c < kCandidates; c++) {
         bool used = false;
         for (int k : plan.choice) used |= k == c;
         number[c] = used ? show.backgrounds.size : -1;
         if (used) show.backgrounds.push().swap(plan.backgrounds[c]);
     }
     show.screens.release();
-    show.screens.resize(options.size);
-    for (int i = 0; i < options.size; i++) {
+    show.screens.resize(e.streams.size);
+    for (int i = 0; i < e.streams.size; i++) {
         int k = plan.choice[i];
         show.screens[i].selector = k < 0 ? show.backgrounds.size : number[k];
-        show.screens[i].payload.swap(options[i].stream(k));
+        if (const char* error = e.store.get(e.streams[i].blob[slotOf(k)], show.screens[i].payload)) return error;
     }
+    return nullptr;
 }
 
 }  // namespace
 
-void packPages(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& show,
-               void (*progress)(int i, int n)) {
+const char* packPages(PageStore& store, const Survey& survey, const vec<bool>& flags, int jobs,
+                      PackedShow& show, void (*progress)(int i, int n)) {
     show.flags.release();
     for (int i = 0; i < flags.size; i++) show.flags.push(flags[i]);
-    if (pages.size == 0) return;
-    vec<IndexedPage> indexed;
-    indexed.resize(pages.size);
-    for (int i = 0; i < pages.size; i++) indexPage(pages[i], indexed[i]);
+    int n = survey.pages.size;
+    if (n == 0) return nullptr;
+    Encoding e{store, survey, {}, {}, 0};
+    long long pixels = (long long)survey.plain.width * survey.plain.height;
+    e.workers = workersWithin(jobs, kEncodeBytesPerPixel * pixels, kWorkerMemoryBudget);
+    e.candidates.resize(kCandidates);
+    indexPage(survey.plain, e.candidates[0]);
+    indexPage(survey.shared, e.candidates[1]);
+    e.streams.resize(n);
 
-    // Candidate 0 is one colour and always available, so the first screen has a background;
-    // candidate 1 is what most pages show.
-    Bitmap plain, shared;
-    plainBackground(indexed[0], plain);
-    majorityBackground(pages, shared);
-    vec<IndexedPage> candidates;
-    candidates.resize(2);
-    indexPage(plain, candidates[0]);
-    indexPage(shared, candidates[1]);
-
-    vec<Options> options;
-    options.resize(pages.size);
-    for (int i = 0; i < pages.size; i++) {
-        if (progress) progress(i, pages.size);
-        encodeOptions(indexed, i, candidates, options[i]);
-    }
+    JobRun run;
+    run.count = n;
+    run.workers = e.workers;
+    run.work = [&](int i, vec<unsigned char>& result) { return e.encodeOptions(i, result); };
+    run.take = [&](int i, vec<unsigned char>& result) { return e.keep(i, result); };
+    if (progress) run.waiting = [&](int i) { progress(i, n); };
+    run.name = [](int i) { return "Encoding page " + std::to_string(i + 1); };
+    if (const char* error = runJobs(run)) return error;
 
     // Backgrounds are added greedily while they save more than they cost.
-    vec<bool> in_use;
-    in_use.resize(candidates.size);
-    in_use[0] = true;
+    bool in_use[kCandidates] = {true, false};
     vec<Plan> plans;
-    planWith(options, candidates, in_use, plans.push());
+    if (const char* error = planWith(e, in_use, plans.push())) return error;
     int best = 0;
-    for (int c = 1; c < candidates.size; c++) {
+    for (int c = 1; c < kCandidates; c++) {
         in_use[c] = true;
-        planWith(options, candidates, in_use, plans.push());
+        if (const char* error = planWith(e, in_use, plans.push())) return error;
         if (plans.last().total < plans[best].total)
             best = plans.size - 1;
         else
@@ -223,9 +268,11 @@ void packPages(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& sho
     }
     // Streams chosen from estimates are encoded in full; that only makes them smaller, but the
     // pixels they let show change, so the backgrounds are planned again.
-    if (refineChosen(indexed, candidates, plans[best].choice, options)) {
+    bool refined = false;
+    if (const char* error = refineChosen(e, plans[best].choice, &refined)) return error;
+    if (refined) {
         best = plans.size;
-        planWith(options, candidates, in_use, plans.push());
+        if (const char* error = planWith(e, in_use, plans.push())) return error;
     }
-    writePlan(options, plans[best], show);
+    return writePlan(e, plans[best], show);
 }

@@ -16,13 +16,8 @@
 #include <poppler/cpp/poppler-page.h>
 
 #include "packer/deck.h"
-
-PageFit fitPage(double pw, double ph, int width, int height) {
-    double scale = std::min(width / pw, height / ph);
-    int w = std::max(1, std::min(width, (int)std::lround(pw * scale)));
-    int h = std::max(1, std::min(height, (int)std::lround(ph * scale)));
-    return {(width - w) / 2, (height - h) / 2, w, h};
-}
+#include "packer/limits.h"
+#include "packer/page_geometry.h"
 
 // Poppler reports every oddity of a file on standard error; the packer gives its own one-line errors.
 static void ignorePopplerMessage(const std::string&, void*) {}
@@ -48,50 +43,82 @@ static void copyRendered(const poppler::image& image, Bitmap& to, int x, int y) 
     }
 }
 
-static bool renderPage(const poppler::page_renderer& renderer, const poppler::page& page, const PdfOptions& o,
-                       Bitmap& out) {
+// The talk a worker renders from: opened for its first page and kept for the next ones.
+struct OpenTalk {
+    std::unique_ptr<poppler::document> doc;
+    poppler::page_renderer renderer;
+};
+
+static const char* openTalk(const char* path, OpenTalk& talk) {
+    if (talk.doc) return nullptr;
+    poppler::set_debug_error_function(ignorePopplerMessage, nullptr);
+    talk.doc.reset(poppler::document::load_from_file(path));
+    if (!talk.doc) return errorf("Could not read the PDF file: %s", path);
+    if (talk.doc->is_locked()) return errorf("%s is encrypted; give a PDF that opens without a password", path);
+    talk.renderer.set_render_hints(poppler::page_renderer::antialiasing | poppler::page_renderer::text_antialiasing);
+    talk.renderer.set_image_format(poppler::image::format_argb32);
+    return nullptr;
+}
+
+static OpenTalk& workersTalk() {
+    static OpenTalk talk;
+    return talk;
+}
+
+const char* countPdfPages(const char* path, int* pages) {
+    OpenTalk& talk = workersTalk();
+    if (const char* error = openTalk(path, talk)) return error;
+    *pages = talk.doc->pages();
+    return *pages > 0 ? nullptr : errorf("%s has no pages", path);
+}
+
+// Plans the page's rendering fitted into width x height; false when its box cannot be rendered.
+static bool planFor(const poppler::page& page, int width, int height, PagePlan& plan) {
     poppler::rectf box = page.page_rect(poppler::crop_box);
-    if (!(box.width() > 0 && box.height() > 0)) return false;
     bool turned = page.orientation() == poppler::page::landscape || page.orientation() == poppler::page::seascape;
-    PageFit fit = turned ? fitPage(box.height(), box.width(), o.width, o.height)
-                         : fitPage(box.width(), box.height(), o.width, o.height);
-    // Each of the page's own axes (before its rotation) is scaled to its whole pixel count, as
-    // poppler's own renderer does for a given pixel size.
-    int across = turned ? fit.height : fit.width, down = turned ? fit.width : fit.height;
-    poppler::image image = renderer.render_page(&page, 72.0 * across / box.width(), 72.0 * down / box.height(), 0, 0,
-                                                fit.width, fit.height);
-    if (!image.is_valid() || image.format() != poppler::image::format_argb32 || image.width() != fit.width ||
-        image.height() != fit.height)
-        return false;
-    fillBitmap(out, o.width, o.height, o.background);
-    copyRendered(image, out, fit.x, fit.y);
+    return planPage(box.width(), box.height(), turned, width, height, plan);
+}
+
+static bool render(const OpenTalk& talk, const poppler::page& page, const PagePlan& plan, poppler::image& image) {
+    image = talk.renderer.render_page(&page, plan.xres, plan.yres, 0, 0, plan.fit.width, plan.fit.height);
+    return image.is_valid() && image.format() == poppler::image::format_argb32 && image.width() == plan.fit.width &&
+           image.height() == plan.fit.height;
+}
+
+// The grouping rendering: the show's own rendering when it is the same, else one of its own.
+static bool renderForGrouping(const OpenTalk& talk, const poppler::page& page, const PdfOptions& o,
+                              const PagePlan& shown, const poppler::image& image, Bitmap& out) {
+    PagePlan plan;
+    if (!planFor(page, kGroupingWidth, kGroupingHeight, plan)) return false;
+    poppler::image own;
+    const poppler::image* grouped = &image;
+    if (plan.fit.width != shown.fit.width || plan.fit.height != shown.fit.height) {
+        if (!render(talk, page, plan, own)) return false;
+        grouped = &own;
+    } else if (plan.fit.width == o.width && plan.fit.height == o.height) {
+        return true;  // the show's page itself
+    }
+    fillBitmap(out, plan.fit.width, plan.fit.height, o.background);
+    copyRendered(*grouped, out, 0, 0);
     return true;
 }
 
-static char* labelText(const poppler::page& page) {
-    poppler::byte_array utf8 = page.label().to_utf8();
-    return strndup(utf8.data(), utf8.size());
-}
-
-const char* renderPdf(const char* path, const PdfOptions& options, vec<Bitmap>& pages, vec<char*>& labels,
-                      void (*progress)(int i, int n)) {
-    poppler::set_debug_error_function(ignorePopplerMessage, nullptr);
-    std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(path));
-    if (!doc) return errorf("Could not read the PDF file: %s", path);
-    if (doc->is_locked()) return errorf("%s is encrypted; give a PDF that opens without a password", path);
-    int n = doc->pages();
-    if (n <= 0) return errorf("%s has no pages", path);
-    poppler::page_renderer renderer;
-    renderer.set_render_hints(poppler::page_renderer::antialiasing | poppler::page_renderer::text_antialiasing);
-    renderer.set_image_format(poppler::image::format_argb32);
-    pages.resize(n);
-    for (int i = 0; i < n; i++) {
-        if (progress) progress(i, n);
-        std::unique_ptr<poppler::page> page(doc->create_page(i));
-        if (!page || !renderPage(renderer, *page, options, pages[i]))
-            return errorf("Could not render page %d of %s", i + 1, path);
-        labels.push(labelText(*page));
+const char* renderPdfPage(const char* path, int i, const PdfOptions& options, RenderedPage& out) {
+    OpenTalk& talk = workersTalk();
+    if (const char* error = openTalk(path, talk)) return error;
+    std::unique_ptr<poppler::page> page(talk.doc->create_page(i));
+    PagePlan plan;
+    poppler::image image;
+    bool rendered = page && planFor(*page, options.width, options.height, plan) && render(talk, *page, plan, image);
+    if (rendered) {
+        fillBitmap(out.show, options.width, options.height, options.background);
+        copyRendered(image, out.show, plan.fit.x, plan.fit.y);
     }
+    if (rendered && options.steps) rendered = renderForGrouping(talk, *page, options, plan, image, out.grouping);
+    if (!rendered) return errorf("Could not render page %d of %s", i + 1, path);
+    poppler::byte_array utf8 = page->label().to_utf8();
+    out.label.resize((int)utf8.size());
+    if (utf8.size()) memcpy(out.label.data, utf8.data(), utf8.size());
     return nullptr;
 }
 
@@ -127,27 +154,13 @@ bool looksLikeStep(const Bitmap& a, const Bitmap& b) {
     return mostCommonColor(b) == background && keptShare(a, b, background) >= 0.5;
 }
 
-Grouping groupPages(const vec<char*>& labels, const vec<Bitmap>& pages, bool steps, vec<bool>& flags) {
-    Grouping g;
-    flags.resize(pages.size);
-    for (int i = 0; i < pages.size; i++) {
-        bool repeated = steps && i > 0 && labels[i][0] && strcmp(labels[i], labels[i - 1]) == 0;
-        flags[i] = repeated && looksLikeStep(pages[i - 1], pages[i]);
-        g.slides += !flags[i];
-        g.steps += flags[i];
-        g.relabelled += repeated && !flags[i];
-    }
-    return g;
-}
-
-bool parseSize(const char* text, int* width, int* height) {
-    char x, end;
-    long w, h;
-    if (sscanf(text, "%ld%c%ld%c", &w, &x, &h, &end) != 3 || (x != 'x' && x != 'X')) return false;
-    if (w < 1 || h < 1 || !sizeWithinLimits(w, h)) return false;
-    *width = (int)w;
-    *height = (int)h;
-    return true;
+bool continuesSlide(const GroupedPage* before, const GroupedPage& page, bool steps, Grouping& g) {
+    bool repeated = steps && before && page.label[0] && strcmp(page.label, before->label) == 0;
+    bool step = repeated && looksLikeStep(*before->rendering, *page.rendering);
+    g.slides += !step;
+    g.steps += step;
+    g.relabelled += repeated && !step;
+    return step;
 }
 
 bool parseColor(const char* text, Color* color) {

@@ -1,4 +1,5 @@
-// PDF talks as pages: rendering every page at the show's size and grouping pages into slides.
+// PDF talks as pages: rendering pages with the PDF library and grouping pages into slides. The
+// packer itself never opens a talk: worker processes do (see pdf_pages.h).
 #pragma once
 #include "codec/bitmap.h"
 #include "support/vec.h"
@@ -10,18 +11,22 @@ struct PdfOptions {
     bool steps = true;                // false: every page is its own slide
 };
 
-// Where a page of pw x ph points lands in a show of width x height: the largest rectangle of the
-// page's aspect ratio (to the nearest pixel), centred.
-struct PageFit {
-    int x, y, width, height;
-};
-PageFit fitPage(double pw, double ph, int width, int height);
+// Opens the talk and counts its pages. Returns null or a one-line error.
+const char* countPdfPages(const char* path, int* pages);
 
-// Renders every page of the PDF at the show's size, antialiased, the page fitted and centred on
-// the background. Labels receives each page's label (malloc'ed; empty when it has none). Calls
-// progress(i, n) before page i. Returns null or a one-line error.
-const char* renderPdf(const char* path, const PdfOptions& options, vec<Bitmap>& pages, vec<char*>& labels,
-                      void (*progress)(int i, int n));
+// A page rendered for the show, and for grouping: the page alone fitted into the grouping size
+// (kGroupingWidth x kGroupingHeight), whatever the show's size and background. When that is
+// exactly the show's page, `grouping` stays empty.
+struct RenderedPage {
+    Bitmap show;
+    Bitmap grouping;
+    vec<char> label;  // UTF-8, not terminated; empty when the page has none
+};
+
+// Renders page i (from 0) at the show's size, antialiased, fitted and centred on the background;
+// with steps on, also for grouping. The talk stays open for this process's next pages. Returns
+// null or a one-line error.
+const char* renderPdfPage(const char* path, int i, const PdfOptions& options, RenderedPage& page);
 
 // True when page b is an animation step of page a: both have the same background (most common
 // colour) and b keeps at least half of a's other pixels exactly.
@@ -33,12 +38,18 @@ struct Grouping {
     int relabelled = 0;  // pages that repeat the label before them but are new slides
 };
 
-// Sets flags (true: continues the slide before) from the labels: a page that repeats the label of
-// the page before and looks like a step of it continues that slide. With steps off, none does.
-Grouping groupPages(const vec<char*>& labels, const vec<Bitmap>& pages, bool steps, vec<bool>& flags);
+// A page as grouping sees it: its label (NUL-terminated, "" for none) and its grouping rendering.
+struct GroupedPage {
+    const char* label;
+    const Bitmap* rendering;
+};
 
-// Parses "WxH" (each 1 .. 65535, at most 2^26 pixels) and "RRGGBB" (an optional leading '#').
-bool parseSize(const char* text, int* width, int* height);
+// Whether a page continues the slide of the page before it (null for the first page): it
+// repeats that page's label and looks like a step of it. With steps off, none does. Counts the
+// page into g.
+bool continuesSlide(const GroupedPage* before, const GroupedPage& page, bool steps, Grouping& g);
+
+// Parses "RRGGBB" (an optional leading '#').
 bool parseColor(const char* text, Color* color);
 
 // True when the file names a PDF: its name ends in .pdf or its first bytes are "%PDF-".

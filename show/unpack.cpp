@@ -62,7 +62,8 @@ static const char* exportScreen(RunMode mode, const Show& show, int i, const Bit
     return message;
 }
 
-const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress) {
+const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress,
+                       const ScreenCheck& check) {
     const char* error = nullptr;
     int nb = index.nb, ns = index.ns;
 
@@ -118,6 +119,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         error = exportScreen(mode, show, i, screen, &slide, name, sizeof name);
         if (error) break;
         makeImage(screen, show.images[i]);
+        if (check) error = check(i, show.images[i]);
     }
     payload.release();
     releaseAll(backgrounds);

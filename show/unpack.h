@@ -1,6 +1,7 @@
 // Unpacking a slide archive into the compact images the viewer shows, with optional PNG export.
 #pragma once
 #include <cstdio>
+#include <functional>
 
 #include "show/archive.h"
 #include "show/image.h"
@@ -20,4 +21,8 @@ struct Show {
 // background or the previous screen, exports PNG files in the export modes and converts every
 // screen into an Image. Progress lines go to `progress` (null: none). Returns null, or a
 // one-line description of what is wrong with the archive or the export.
-const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress);
+// `check`, when given, is called with every screen's image as soon as it is made; it may release
+// the image, and an error it returns ends unpacking.
+typedef std::function<const char*(int screen, Image& image)> ScreenCheck;
+const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress,
+                       const ScreenCheck& check = nullptr);

@@ -32,10 +32,15 @@ void framedPage(Bitmap& page, unsigned frame_seed, std::mt19937& rng) {
         }
 }
 
-// Packs the pages, writes the archive and unpacks it the way view_slides does.
-void packAndUnpack(const vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& packed, Show& show) {
-    packPages(pages, flags, packed, nullptr);
+// Packs the pages with two worker processes, writes the archive and unpacks it the way
+// view_slides does.
+void packAndUnpack(vec<Bitmap>& pages, const vec<bool>& flags, PackedShow& packed, Show& show) {
     TempDir tmp;
+    PageStore store;
+    ASSERT_EQ(store.open(tmp.path.c_str()), nullptr);
+    Survey survey;
+    for (Bitmap& page : pages) ASSERT_EQ(surveyBitmap(store, survey, page), nullptr);
+    ASSERT_EQ(packPages(store, survey, flags, 2, packed, nullptr), nullptr);
     std::string path = tmp.file("deck.slides");
     writeArchiveFile(path, ARCHIVE_SEPARATE, "", packed.backgrounds, packed.screens, packed.flags);
     File in;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <set>
 #include <sstream>
@@ -16,7 +17,10 @@
 #include "show/archive.h"
 #include "helpers/run.h"
 #include "png/png.h"
-#include "packer/pdf.h"
+#include "packer/limits.h"
+#include "packer/page_geometry.h"
+#include "packer/pdf_pages.h"
+#include "codec/codec.h"
 
 namespace {
 
@@ -226,7 +230,11 @@ TEST(PdfOptions, ParsesSizeAndColour) {
     EXPECT_TRUE(parseSize("800x600", &w, &h));
     EXPECT_EQ(w, 800);
     EXPECT_EQ(h, 600);
-    for (const char* bad : {"800", "800x", "x600", "0x600", "800x-1", "800x600x", "70000x10", "9000x9000", "a x b"})
+    EXPECT_TRUE(parseSize("16384x4096", &w, &h));  // the longest side, and exactly the codec's pixel limit
+    EXPECT_EQ(w, kMaxShowSide);
+    EXPECT_EQ((long long)w * h, kMaxPixels);
+    for (const char* bad : {"800", "800x", "x600", "0x600", "800x-1", "800x600x", "70000x10", "16385x10", "10x16385",
+                            "8193x8192", "9000x9000", "a x b", " 800x600", "800x 600", "+800x600", "99999999999999999999x1"})
         EXPECT_FALSE(parseSize(bad, &w, &h)) << bad;
     Color c;
     EXPECT_TRUE(parseColor("#336699", &c));
@@ -251,8 +259,7 @@ TEST(PdfSteps, AddedContentIsAStepReplacedContentIsNot) {
 }
 
 TEST(PdfSteps, GroupingFollowsLabelsAndContent) {
-    vec<Bitmap> pages;
-    pages.resize(4);
+    Bitmap pages[4];
     solidPage(pages[0], 8, 8, kWhite);
     pages[0].at(1, 1) = kBlue;
     solidPage(pages[1], 8, 8, kWhite);
@@ -260,22 +267,26 @@ TEST(PdfSteps, GroupingFollowsLabelsAndContent) {
     pages[1].at(2, 2) = kBlack;
     solidPage(pages[2], 8, 8, kBlue);
     solidPage(pages[3], 8, 8, kBlue);
-    vec<char*> labels;
-    for (const char* l : {"1", "1", "1", ""}) labels.push((char*)l);
-    vec<bool> flags;
-    Grouping g = groupPages(labels, pages, true, flags);
-    EXPECT_EQ(flags.size, 4);
-    EXPECT_FALSE(flags[0]);
-    EXPECT_TRUE(flags[1]);
-    EXPECT_FALSE(flags[2]);  // same label, new background
-    EXPECT_FALSE(flags[3]);  // no label
-    EXPECT_EQ(g.slides, 3);
-    EXPECT_EQ(g.steps, 1);
-    EXPECT_EQ(g.relabelled, 1);
-    g = groupPages(labels, pages, false, flags);
-    EXPECT_FALSE(flags[1]);
-    EXPECT_EQ(g.slides, 4);
-    EXPECT_EQ(g.relabelled, 0);
+    const char* labels[] = {"1", "1", "1", ""};
+    for (bool steps : {true, false}) {
+        Grouping g;
+        std::vector<bool> flags;
+        for (int i = 0; i < 4; i++) {
+            GroupedPage page{labels[i], &pages[i]}, before{i > 0 ? labels[i - 1] : "", i > 0 ? &pages[i - 1] : nullptr};
+            flags.push_back(continuesSlide(i > 0 ? &before : nullptr, page, steps, g));
+        }
+        if (steps) {
+            // same label and kept content; same label but a new background; no label
+            EXPECT_EQ(flags, (std::vector<bool>{false, true, false, false}));
+            EXPECT_EQ(g.slides, 3);
+            EXPECT_EQ(g.steps, 1);
+            EXPECT_EQ(g.relabelled, 1);
+        } else {
+            EXPECT_EQ(flags, std::vector<bool>(4, false));
+            EXPECT_EQ(g.slides, 4);
+            EXPECT_EQ(g.relabelled, 0);
+        }
+    }
 }
 
 TEST(PdfPack, LabelledPagesGroupAndMatchPoppler) {
@@ -416,34 +427,89 @@ TEST(PdfPack, BadInputsGiveOneErrorLineAndNoOutput) {
     expectOneError(runProgram({buildProgram("pack_slides"), good, good, "-o", show}), show, "one PDF");
 }
 
-// The corpus talks: grouping by labels and content gives exactly the decks' slide lists.
-TEST(PdfCorpus, GroupingMatchesTheSlideLists) {
+// Renders a corpus talk at the show size in worker processes as the packer does; gives the
+// grouping flags, and the pages through `page` (null: not wanted).
+std::vector<bool> groupTalk(const std::string& pdf, int width, int height,
+                            const std::function<void(int i, const Bitmap& page)>& page = nullptr) {
+    TempDir tmp;
+    PageStore store;
+    EXPECT_EQ(store.open(tmp.path.c_str()), nullptr);
+    PdfRun run;
+    run.options.width = width;
+    run.options.height = height;
+    run.jobs = 2;
+    Survey survey;
+    vec<bool> flags;
+    Grouping g;
+    EXPECT_EQ(surveyPdf(pdf.c_str(), run, store, survey, flags, g, nullptr), nullptr);
+    for (int i = 0; page && i < survey.pages.size; i++) {
+        vec<unsigned char> stream;
+        Bitmap rendered;
+        EXPECT_EQ(store.get(survey.pages[i], stream), nullptr);
+        EXPECT_EQ(decompress(rendered, stream), nullptr);
+        page(i, rendered);
+    }
+    return std::vector<bool>(flags.begin(), flags.end());
+}
+
+// The corpus talks' slide lists: page file names and flags.
+struct SlideList {
+    std::vector<std::string> names;
+    std::vector<bool> flags;
+};
+
+SlideList readSlideList(const std::string& deck) {
+    SlideList list;
+    std::ifstream in(deck + "/slides.txt");
+    std::string name;
+    int flag;
+    while (in >> name >> flag) list.names.push_back(name), list.flags.push_back(flag == 1);
+    return list;
+}
+
+// Runs check(deck folder) for every corpus talk with its source.pdf, or skips.
+void forEachCorpusTalk(const std::function<void(const std::string& deck)>& check) {
     std::string corpus = corpusDir();
     if (corpus.empty()) GTEST_SKIP() << "corpus folder absent: " SLIDES_SOURCE_DIR "/../shared/corpus";
     int decks = 0;
-    for (const char* deck : {"conference-talk", "metropolis"}) {
-        std::string pdf = corpus + "/" + deck + "/source.pdf";
-        if (!exists(pdf)) continue;
+    for (const char* name : {"conference-talk", "metropolis"}) {
+        std::string deck = corpus + "/" + name;
+        if (!exists(deck + "/source.pdf")) continue;
         decks++;
-        vec<Bitmap> pages;
-        vec<char*> labels;
-        ASSERT_EQ(renderPdf(pdf.c_str(), PdfOptions(), pages, labels, nullptr), nullptr);
-        vec<bool> flags;
-        groupPages(labels, pages, true, flags);
-        for (int i = 0; i < labels.size; i++) free(labels[i]);
-        std::ifstream list(corpus + "/" + deck + "/slides.txt");
-        std::string name;
-        int flag, i = 0;
-        for (; list >> name >> flag; i++) {
-            ASSERT_LT(i, flags.size) << deck;
-            EXPECT_EQ(flags[i], flag == 1) << deck << " page " << i + 1;
-            Bitmap page;
-            ASSERT_TRUE(readPng((corpus + "/" + deck + "/" + name).c_str(), page));
-            EXPECT_EQ(differingPixels(page, pages[i]), 0) << deck << " page " << i + 1;
-        }
-        EXPECT_EQ(i, flags.size) << deck;
+        check(deck);
     }
     if (decks == 0) GTEST_SKIP() << "no source.pdf in the corpus decks";
+}
+
+// The corpus talks: grouping by labels and content gives exactly the decks' slide lists, and
+// every rendered page is the corpus page.
+TEST(PdfCorpus, GroupingMatchesTheSlideLists) {
+    forEachCorpusTalk([](const std::string& deck) {
+        SlideList list = readSlideList(deck);
+        std::vector<bool> flags = groupTalk(deck + "/source.pdf", 1005, 754, [&](int i, const Bitmap& rendered) {
+            ASSERT_LT(i, (int)list.names.size()) << deck;
+            Bitmap page;
+            ASSERT_TRUE(readPng((deck + "/" + list.names[i]).c_str(), page));
+            EXPECT_EQ(differingPixels(page, rendered), 0) << deck << " page " << i + 1;
+        });
+        EXPECT_EQ(flags, list.flags) << deck;
+    });
+}
+
+// The grouping does not depend on the show's size: wide, small and large shows give the lists too.
+TEST(PdfCorpus, GroupingIsTheSameAtOtherSizes) {
+    forEachCorpusTalk([](const std::string& deck) {
+        SlideList list = readSlideList(deck);
+        for (auto size : {std::make_pair(1920, 1080), std::make_pair(800, 600)})
+            EXPECT_EQ(groupTalk(deck + "/source.pdf", size.first, size.second), list.flags)
+                << deck << " at " << size.first << "x" << size.second;
+    });
+}
+
+TEST(PdfCorpus, GroupingIsTheSameAtFourTimesHd) {
+    forEachCorpusTalk([](const std::string& deck) {
+        EXPECT_EQ(groupTalk(deck + "/source.pdf", 3840, 2160), readSlideList(deck).flags) << deck;
+    });
 }
 
 // The whole way: a beamer talk to a show that exports the last screen of every slide.
