@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -148,10 +149,13 @@ public:
     }
 
 private:
+    // A worker dies with the packer, and a crash leaves no core file: the packer reports it.
     static void becomeWorker(pid_t packer) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != packer) _exit(1);
         for (int sig : kDefaultSignals) signal(sig, SIG_DFL);
+        struct rlimit no_core = {0, 0};
+        setrlimit(RLIMIT_CORE, &no_core);
     }
 };
 
@@ -240,7 +244,7 @@ const char* runJobs(const JobRun& run) {
         }
         for (Worker& w : workers.list)
             if (w.job >= 0 && run.time_limit > 0 && now() > w.started + run.time_limit)
-                return errorf("%s took longer than %g seconds%s", run.name(w.job).c_str(), run.time_limit,
+                return errorf("%s took more than %g s%s", run.name(w.job).c_str(), run.time_limit,
                               run.time_limit_note);
 
         while (next_take < run.count && pending.ready[pending.slot(next_take)]) {

@@ -4,7 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <signal.h>
+#include <sys/wait.h>
+
 #include <algorithm>
+#include <chrono>
+#include <filesystem>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -425,6 +430,93 @@ TEST(PdfPack, BadInputsGiveOneErrorLineAndNoOutput) {
     expectOneError(pack(good, {"--background", "white"}), show, "--background");
     expectOneError(pack(good, {"--slides", good}), show, "page labels");
     expectOneError(runProgram({buildProgram("pack_slides"), good, good, "-o", show}), show, "one PDF");
+    for (const char* bad : {"0", "-1", "abc", "", "86401", "1e9", "2x"})
+        expectOneError(pack(good, {"--page-timeout", bad}), show, "--page-timeout");
+}
+
+// A page whose image declares 10^6 x 10^6 pixels in three bytes: the PDF library renders it for
+// minutes or more.
+TestPage endlessPage(const std::string& label) {
+    TestPage p = page("q 400 0 0 300 0 0 cm /Im Do Q\n", label);
+    p.image_width = p.image_height = 1000000;
+    return p;
+}
+
+int filesIn(const std::string& folder) {
+    int n = 0;
+    for (auto& entry : std::filesystem::directory_iterator(folder)) n += entry.is_regular_file();
+    return n;
+}
+
+TEST(PdfWorkers, APageThatTakesTooLongFailsThePackNamingIt) {
+    TempDir tmp;
+    std::string pdf = tmp.file("slow.pdf"), show = tmp.file("show");
+    writeFile(pdf, makePdf({page(kRed, "1"), endlessPage("2")}, true));
+    auto start = std::chrono::steady_clock::now();
+    RunResult r = runProgram({buildProgram("pack_slides"), pdf, "-o", show, "--page-timeout", "1"});
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    expectOneError(r, show, "Rendering page 2 of " + pdf + " took more than 1 s (see --page-timeout)");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_LT(seconds, 30) << "the time limit did not stop the page";
+    EXPECT_EQ(filesIn(tmp.path), 1) << "a temporary file was left behind";
+}
+
+// The pids of a process's children.
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> children;
+    for (auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::string stat = readFileBytes(entry.path().string() + "/stat");
+        size_t close = stat.rfind(')');
+        int ppid = 0;
+        if (close != std::string::npos && sscanf(stat.c_str() + close + 1, " %*c %d", &ppid) == 1 && ppid == parent)
+            children.push_back(std::stoi(name));
+    }
+    return children;
+}
+
+// A crash inside the PDF library, as when a worker rendering a page dies of a segmentation fault:
+// the pack fails with one line naming the page, and the packer itself ends normally.
+TEST(PdfWorkers, AWorkerThatCrashesFailsThePackNamingThePage) {
+    TempDir tmp;
+    std::string pdf = tmp.file("crash.pdf"), show = tmp.file("show");
+    writeFile(pdf, makePdf({endlessPage("1")}, true));
+    std::string out = tmp.file("out"), err = tmp.file("err");
+    pid_t packer = fork();
+    if (packer == 0) {
+        if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr)) _exit(127);
+        std::string program = buildProgram("pack_slides");
+        execl(program.c_str(), program.c_str(), pdf.c_str(), "-o", show.c_str(), "--jobs", "1", (char*)nullptr);
+        _exit(127);
+    }
+    // The stage line is printed once the page's worker has started.
+    for (int tries = 0; readFileBytes(out).find("Rendering") == std::string::npos && tries < 3000; tries++)
+        usleep(10000);
+    std::vector<pid_t> workers = childrenOf(packer);
+    EXPECT_EQ(workers.size(), 1u);
+    for (pid_t worker : workers) kill(worker, SIGSEGV);
+    int status = 0;
+    waitpid(packer, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status)) << "the packer itself died";
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(readFileBytes(err), "ERROR! Rendering page 1 of " + pdf +
+                                      " failed: its worker process was killed by signal 11 (Segmentation fault)\n");
+    std::filesystem::remove(out);
+    std::filesystem::remove(err);
+    EXPECT_EQ(filesIn(tmp.path), 1) << "a temporary file was left behind";
+}
+
+// The show's size is checked before any page is rendered: this talk's page would take minutes.
+TEST(PdfWorkers, ASizeBeyondTheLimitsIsRefusedBeforeRendering) {
+    TempDir tmp;
+    std::string pdf = tmp.file("slow.pdf"), show = tmp.file("show");
+    writeFile(pdf, makePdf({endlessPage("1")}, true));
+    for (const char* size : {"16385x100", "100x16385", "9000x9000", "8193x8192"}) {
+        RunResult r = runProgram({buildProgram("pack_slides"), pdf, "-o", show, "--size", size});
+        expectOneError(r, show, std::string("--size wants WxH, each side 1 to 16384 and at most 67108864 pixels"));
+        EXPECT_EQ(r.out.find("Rendering"), std::string::npos) << size;
+    }
 }
 
 // Renders a corpus talk at the show size in worker processes as the packer does; gives the

@@ -1,5 +1,6 @@
 // End-to-end tests of view_slides and pack_slides on the real corpus and on hand-made archives.
 #include <fcntl.h>
+#include <pty.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -473,6 +474,80 @@ TEST(PackSlides, BadInputLeavesNoOutput) {
         EXPECT_FALSE(fileExists(c.output)) << c.output;
         EXPECT_EQ(countFiles(tmp.path), 2) << "a temporary file was left behind";
     }
+}
+
+// The bytes do not depend on the number of worker processes, for PNG pages and for the PDF talk
+// they were rendered from (which gives the same pages and the same grouping).
+TEST(PackSlides, JobsDoNotChangeTheBytes) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    std::string deck = corpusDir() + "/metropolis";
+    std::string reference = readFileBytes(packDeck("metropolis", "--archive"));
+    ASSERT_FALSE(reference.empty());
+    TempDir tmp;
+    for (std::string input : {deck, deck + "/source.pdf"}) {
+        if (!fileExists(input)) continue;
+        for (const char* jobs : {"1", "3"}) {
+            RunResult r = runProgram({buildProgram("pack_slides"), input, "--archive", tmp.file("a"), "--jobs", jobs});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_TRUE(readFileBytes(tmp.file("a")) == reference) << input << " with --jobs " << jobs;
+        }
+    }
+}
+
+TEST(PackSlides, BadJobCountsGiveOneErrorLine) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    TempDir tmp;
+    std::string deck = corpusDir() + "/metropolis";
+    for (std::vector<std::string> jobs : std::vector<std::vector<std::string> >{
+             {"0"}, {"-1"}, {"abc"}, {""}, {"257"}, {"1.5"}, {"2x"}, {"99999999999999999999"}, {"2", "--jobs", "2"}}) {
+        std::vector<std::string> argv = {buildProgram("pack_slides"), deck, "-o", tmp.file("show"), "--jobs"};
+        argv.insert(argv.end(), jobs.begin(), jobs.end());
+        RunResult r = runProgram(argv);
+        EXPECT_EQ(r.status, 1) << jobs[0];
+        EXPECT_TRUE(oneErrorLine(r)) << jobs[0];
+        EXPECT_NE(r.err.find("--jobs"), std::string::npos) << r.err;
+        EXPECT_EQ(countFiles(tmp.path), 0) << "an output was left behind";
+    }
+}
+
+// Progress into a log file or a pipe: one line per stage, never a carriage return.
+TEST(PackSlides, ProgressElsewhereIsOneLinePerStage) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    TempDir tmp;
+    std::string deck = corpusDir() + "/metropolis";
+    RunResult r = runProgram({buildProgram("pack_slides"), deck + "/page_001.png", deck + "/page_002.png",
+                              deck + "/page_003.png", "--archive", tmp.file("a")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.find('\r'), std::string::npos);
+    EXPECT_EQ(r.out.rfind("Reading 3 pages\nEncoding 3 pages\nPacked 3 pages (3 slides) into ", 0), 0u) << r.out;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3) << r.out;
+}
+
+// Progress on a terminal: one line rewritten in place, page by page.
+TEST(PackSlides, ProgressOnATerminalIsOneLineRewritten) {
+    if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
+    TempDir tmp;
+    std::string program = buildProgram("pack_slides"), archive = tmp.file("a");
+    std::string page1 = corpusDir() + "/metropolis/page_001.png", page2 = corpusDir() + "/metropolis/page_002.png";
+    int terminal;
+    pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        execl(program.c_str(), program.c_str(), page1.c_str(), page2.c_str(), "--archive", archive.c_str(),
+              (char*)nullptr);
+        _exit(127);
+    }
+    std::string out;
+    char buffer[4096];
+    for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) out.append(buffer, (size_t)n);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    close(terminal);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+    EXPECT_NE(out.find("\rReading page 1/2 \rReading page 2/2 \rEncoding page 1/2 "), std::string::npos) << out;
+    EXPECT_NE(out.find("\rEncoding page 2/2 \rPacked 2 pages"), std::string::npos) << out;
+    EXPECT_EQ(out.find("Encoding 2 pages"), std::string::npos) << out;
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
 }
 
 }  // namespace
