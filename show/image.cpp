@@ -277,17 +277,21 @@ private:
 
 }  // namespace
 
-void makeImage(Bitmap& bitmap, Image& image) {
+void makeImage(Bitmap& bitmap, Image& image) { makeImage(bitmap, image, nullptr); }
+
+void makeImage(Bitmap& bitmap, Image& image, ImageRoom* room) {
     size_t n = pixelCount(bitmap);
     if (n >= max_pixels) throw Exception_MemOut();
     const Color* px = bitmap.data;
 
-    SizedBlock<uint16_t> indices(n);
-    populatePages(indices.data, indices.bytes());
+    uint16_t* kept = room && n > 0 ? room->take(n) : nullptr;
+    SizedBlock<uint16_t> indices(kept ? 0 : n);
+    if (!kept) populatePages(indices.data, indices.bytes());
     vec<Color> palette;
     if (n > 0) {
-        Indexer indexer(px, indices.data, palette);
+        Indexer indexer(px, kept ? kept : indices.data, palette);
         if (!indexer.run(n)) {
+            if (kept) room->giveBack(kept);
             keepFullColor(px, n, image);
             image.width = bitmap.width;
             image.height = bitmap.height;
@@ -298,14 +302,20 @@ void makeImage(Bitmap& bitmap, Image& image) {
     SizedBlock<Color> colors((size_t)palette.size);
     if (palette.size) memcpy(colors.data, palette.data, palette.size * sizeof(Color));
     colors.moveTo(image.palette);
-    indices.moveTo(image.pixels);
+    if (kept) {
+        image.pixels.data = kept;
+        image.pixels.count = (unsigned)n;
+        image.pixels.owned = 0;
+    } else {
+        indices.moveTo(image.pixels);
+    }
     setEmpty(image.colors);
     image.width = bitmap.width;
     image.height = bitmap.height;
 }
 
 int imagePixelCount(const Image& image) {
-    if (!image.pixels.owned) return 0;
+    if (!image.pixels.owned && !image.pixels.data) return 0;
     return image.colors.data ? (int)image.colors.count : (int)image.pixels.count;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "codec/bitmap.h"
+#include "show/image_room.h"
 #include "support/alloc.h"
 
 // A fixed-size array: elements, a 31-bit count and an ownership flag in one word.
@@ -29,11 +30,15 @@ struct Image {
 // Throws Exception_MemOut when memory runs out, releasing what it had built.
 void makeImage(Bitmap& bitmap, Image& image);
 
+// The same with the index array taken from room when it has one of the bitmap's size left: the
+// room keeps that array (it is not owned by the image and lives as long as the room).
+void makeImage(Bitmap& bitmap, Image& image, ImageRoom* room);
+
 // Copies count pixels starting at pixel index first (row-major) of the image into out.
 // A range that does not lie within the image copies nothing.
 void copyPixels(const Image& image, int first, int count, Color* out);
 
-// Number of pixels the image holds (0 for an empty image).
+// Number of pixels the image holds (0 for an empty image, which owns no array and has none).
 int imagePixelCount(const Image& image);
 
 // Releases the arrays the image owns and leaves it empty.

@@ -106,8 +106,10 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         if (error) break;
         if (i == 0) {
             width = screen_width, height = screen_height;
-            error = checkFirstScreen(selector == nb, width, height, debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns);
+            int kept = debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns;
+            error = checkFirstScreen(selector == nb, width, height, kept);
             if (error) break;
+            if (!check) show.room.reserve(kept, (size_t)width * height);  // images a check releases get their own
         }
         const Bitmap& under = selector == nb ? screen : backgrounds[selector];
         error = checkSizes(screen_width, screen_height, under, width, height);
@@ -118,7 +120,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         if (error) break;
         error = exportScreen(mode, show, i, screen, &slide, name, sizeof name);
         if (error) break;
-        makeImage(screen, show.images[i]);
+        makeImage(screen, show.images[i], &show.room);
         if (check) error = check(i, show.images[i]);
     }
     payload.release();

@@ -15,6 +15,7 @@ extern bool debug;  // decode only the first 20 screens; print the transition sp
 struct Show {
     vec<Image> images;
     vec<bool> flags;
+    ImageRoom room;  // the images' index arrays, when they fitted in it
 };
 
 // Decodes every background and screen of the archive whose index has been read, composites each screen over its

@@ -259,6 +259,72 @@ TEST(Image, TheNewColourPastTheLimitSwitchesToFullColour) {
     EXPECT_EQ(m.image.colors.data[65535], distinctColor(0));
 }
 
+// Images whose index arrays come from one room: the same palettes and indices as images of
+// their own, arrays side by side in the room and kept by it, and arrays of their own where the
+// room has none of the size left.
+TEST(ImageRoom, ImagesFromTheRoomAreTheSame) {
+    const int w = 97, h = 61, count = 3;
+    ImageRoom room;
+    ASSERT_TRUE(room.reserve(count, (size_t)w * h));
+    std::mt19937 rng(5);
+    Image images[count + 2];
+    for (int k = 0; k < count + 2; k++) {
+        Bitmap b;
+        makeBitmap(b, w, h);
+        for (int i = 0; i < w * h; i++) b.data[i] = distinctColor(rng() % (50 + k));
+        makeImage(b, images[k], &room);
+        SCOPED_TRACE(k);
+        expectIndexed(images[k], Reference(b));
+        EXPECT_EQ(imagePixelCount(images[k]), w * h);
+        std::vector<Color> back = allPixels(images[k]);
+        for (int i = 0; i < w * h; i++) ASSERT_EQ(back[i], b.data[i]) << i;
+        EXPECT_EQ(images[k].pixels.owned, k < count ? 0u : 1u) << "the room has " << count << " arrays";
+        if (k > 0 && k < count) {
+            EXPECT_EQ(images[k].pixels.data, images[k - 1].pixels.data + w * h);
+        }
+    }
+    Bitmap other;
+    makeBitmap(other, w + 1, h, white);
+    Image own;
+    makeImage(other, own, &room);
+    EXPECT_EQ(own.pixels.owned, 1u);
+    for (Image& image : images) releaseImage(image);
+    releaseImage(own);
+}
+
+TEST(ImageRoom, WithoutRoomImagesHaveArraysOfTheirOwn) {
+    ImageRoom room;
+    EXPECT_FALSE(room.reserve(0, 100));
+    EXPECT_FALSE(room.reserve(5, 0));
+    Bitmap b;
+    makeBitmap(b, 10, 10, white);
+    Image image;
+    makeImage(b, image, &room);
+    EXPECT_EQ(image.pixels.owned, 1u);
+    EXPECT_EQ(imagePixelCount(image), 100);
+    releaseImage(image);
+}
+
+TEST(ImageRoom, AScreenOfTooManyColoursKeepsItsPixels) {
+    ImageRoom room;
+    ASSERT_TRUE(room.reserve(2, 300 * 300));
+    Bitmap b;
+    makeBitmap(b, 300, 300);
+    for (int i = 0; i < 300 * 300; i++) b.data[i] = distinctColor((i * 40503u) & 0xFFFFFF);
+    Image full, next;
+    makeImage(b, full, &room);
+    ASSERT_EQ(full.colors.count, 90000u);
+    EXPECT_EQ(full.pixels.data, nullptr);
+    std::vector<Color> back = allPixels(full);
+    for (int i = 0; i < 90000; i++) ASSERT_EQ(back[i], b.data[i]) << i;
+    for (int i = 0; i < 300 * 300; i++) b.data[i] = white;
+    makeImage(b, next, &room);  // the room's next array
+    EXPECT_EQ(next.pixels.owned, 0u);
+    EXPECT_EQ(next.palette.count, 1u);
+    releaseImage(full);
+    releaseImage(next);
+}
+
 TEST(Image, CopyPixelsRanges) {
     Bitmap b;
     makeBitmap(b, 10, 10);
