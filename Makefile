@@ -31,7 +31,8 @@ demo: configure
 	@cmake --build $(BUILD) -j$(JOBS) --target demo
 	@scripts/run-demo $(BUILD)/demo_show
 
-# Measures unpacking, decoding, memory, sizes and drawing on the corpus decks and DECK (a deck folder).
+# Measures packing, unpacking, decoding, memory, sizes and drawing on the corpus decks, decks made
+# from their pages and DECK (a deck folder).
 bench: build
 	@$(BUILD)/bench_slides $(DECK)
 

@@ -1,7 +1,9 @@
-// bench_slides [DECK...]: on every deck of the corpus and every deck folder given, measures
-// unpacking an archive the way view_slides does, the decoder and makeImage alone, libpng and
-// memset on the same pages, the viewer's peak memory, archive sizes, packing and drawing.
-// Prints a table per deck and writes every figure to bench.json in the build folder.
+// bench_slides [DECK...]: on every deck of the corpus, every deck folder given and synthetic decks
+// of 257 and 1000 pages made from the corpus pages, measures packing (pack_slides with one job
+// and with all, its time and peak memory), unpacking (the whole view_slides process, also right
+// after heavy file I/O) against libpng decoding the same pages, and, for the corpus and given
+// decks, the decoder and makeImage alone, memset, archive sizes and drawing. Prints the tables
+// and writes every figure to bench.json in the build folder.
 #include <dirent.h>
 #include <malloc.h>
 #include <png.h>
@@ -27,7 +29,7 @@
 #include "draw_figures.h"
 #include "present_figures.h"
 #include "packer/deck.h"
-#include "packer/packer.h"
+#include "process_figures.h"
 
 namespace {
 
@@ -143,65 +145,6 @@ bool decodePng(const std::vector<unsigned char>& bytes, std::vector<unsigned cha
     return ok;
 }
 
-// Peak resident size of view_slides unpacking an archive in view mode with no display: it
-// unpacks everything, then fails to open the display. A child's peak counts the memory of the
-// process it was forked from, so the runs are started by a spawner forked while this program
-// is still small; it takes archive paths on one pipe and answers "status bytes" on the other.
-struct ViewerSpawner {
-    FILE* ask = nullptr;
-    FILE* answer = nullptr;
-};
-
-void serveViewerRuns(FILE* ask, FILE* answer) {
-    std::string program = std::string(SLIDES_BUILD_DIR) + "/view_slides";
-    char path[4096];
-    while (fgets(path, sizeof path, ask)) {
-        path[strcspn(path, "\n")] = 0;
-        pid_t pid = fork();
-        if (pid == 0) {
-            unsetenv("DISPLAY");
-            if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(127);
-            execl(program.c_str(), program.c_str(), path, (char*)nullptr);
-            _exit(127);
-        }
-        int st = 0;
-        struct rusage usage;
-        bool ok = pid > 0 && wait4(pid, &st, 0, &usage) == pid;
-        fprintf(answer, "%d %lld\n", ok && WIFEXITED(st) ? WEXITSTATUS(st) : -1,
-                ok ? (long long)usage.ru_maxrss * 1024 : -1LL);
-        fflush(answer);
-    }
-    _exit(0);
-}
-
-ViewerSpawner startViewerSpawner() {
-    ViewerSpawner s;
-    int to[2], from[2];
-    if (pipe(to) != 0 || pipe(from) != 0) return s;
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(to[1]);
-        close(from[0]);
-        serveViewerRuns(fdopen(to[0], "r"), fdopen(from[1], "w"));
-    }
-    close(to[0]);
-    close(from[1]);
-    if (pid < 0) return s;
-    s.ask = fdopen(to[1], "w");
-    s.answer = fdopen(from[0], "r");
-    return s;
-}
-
-long long viewerPeakBytes(ViewerSpawner& spawner, const std::string& archive, int* status) {
-    long long peak = -1;
-    *status = -1;
-    if (!spawner.ask) return -1;
-    fprintf(spawner.ask, "%s\n", archive.c_str());
-    fflush(spawner.ask);
-    if (fscanf(spawner.answer, "%d %lld", status, &peak) != 2) return -1;
-    return peak;
-}
-
 bool haveProgram(const char* name) {
     std::string cmd = std::string("command -v ") + name + " > /dev/null 2>&1";
     return system(cmd.c_str()) == 0;
@@ -230,7 +173,6 @@ long long optipngTotal(const LoadedDeck& d) {
 
 struct DeckFigures {
     int pages = 0, screens = 0;
-    double pack_ms_page = 0;
     long long archive = 0, png = 0, optipng = -1;
     double unpack_ms = 0, decode_ms = 0, make_image_ms = 0, libpng_ms = 0, memset_ms = 0, fresh_ms = 0;
     long long peak = -1, images_bytes = 0, screen_pixels = 0;
@@ -254,15 +196,24 @@ double timeUnpack(const std::string& archive, Show& kept) {
     return best;
 }
 
-double timeDecoder(const PackedShow& packed) {
-    vec<const vec<unsigned char>*> streams;
-    for (int i = 0; i < packed.backgrounds.size; i++) streams.push(&packed.backgrounds[i]);
-    for (int i = 0; i < packed.screens.size; i++) streams.push(&packed.screens[i].payload);
+// Every record's stream of the archive, read once.
+void readStreams(const std::string& archive, vec<vec<unsigned char> >& streams) {
+    File in;
+    in.open(archive.c_str(), "rb");
+    ArchiveIndex index;
+    if (in.fd == -1 || readIndex(in, ARCHIVE_SEPARATE, index)) return;
+    int selector;
+    for (int r = 0; r < index.nb + index.ns; r++) readRecord(in, index, r, &selector, streams.push());
+}
+
+double timeDecoder(const std::string& archive) {
+    vec<vec<unsigned char> > streams;
+    readStreams(archive, streams);
     return bestOf(kRounds, [&] {
         for (int i = 0; i < streams.size; i++) {
             Bitmap b;
-            const unsigned char* in = streams[i]->data;
-            decompress(b, in, in + streams[i]->size);
+            const unsigned char* in = streams[i].data;
+            decompress(b, in, in + streams[i].size);
         }
     });
 }
@@ -298,21 +249,16 @@ double timeMemset(const LoadedDeck& d) {
 }
 
 // The part of unpacking that the kernel does: fresh pages for 2 bytes a pixel of every screen,
-// obtained and first written the way makeImage does. Freed outside the timed part.
+// obtained from one room and first written the way makeImage does. Freed outside the timed part.
 double timeFreshImageMemory(const LoadedDeck& d) {
-    size_t bytes = (size_t)d.width * d.height * 2;
+    size_t pixels = (size_t)d.width * d.height;
     double best = 1e30;
     for (int r = 0; r < kRounds; r++) {
-        std::vector<char*> blocks;
+        ImageRoom room;
         double t0 = seconds();
-        for (int i = 0; i < d.pages.size; i++) {
-            char* block = smart_realloc(nullptr, 0, (unsigned)bytes);
-            populatePages(block, bytes);
-            memset(block, i & 0xFF, bytes);
-            blocks.push_back(block);
-        }
+        room.reserve(d.pages.size, pixels);
+        for (int i = 0; i < d.pages.size; i++) memset(room.take(pixels), i & 0xFF, pixels * 2);
         best = std::min(best, seconds() - t0);
-        for (char* block : blocks) smart_free(block, (unsigned)bytes);
     }
     return best;
 }
@@ -325,21 +271,11 @@ long long imagesBytes(const Show& show) {
     return total;
 }
 
-DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
+// The in-process figures of a deck whose archive pack_slides wrote.
+DeckFigures measureDeck(LoadedDeck& d, const std::string& archive) {
     DeckFigures f;
     f.pages = f.screens = d.pages.size;
     f.png = d.png_total;
-
-    PackedShow packed;
-    f.pack_ms_page = bestOf(1, [&] {
-        PageStore store;
-        store.open("/tmp");
-        Survey survey;
-        for (int i = 0; i < d.pages.size; i++) surveyBitmap(store, survey, d.pages[i]);
-        packPages(store, survey, d.deck.flags, 1, packed, nullptr);
-    }) * 1e3 / f.pages;
-    std::string archive = std::string(SLIDES_BUILD_DIR) + "/bench-" + d.name + ".slides";
-    writeArchiveFile(archive, ARCHIVE_SEPARATE, "", packed.backgrounds, packed.screens, packed.flags);
     f.archive = fileSize(archive);
     f.optipng = optipngTotal(d);
 
@@ -348,14 +284,16 @@ DeckFigures measureDeck(LoadedDeck& d, ViewerSpawner& spawner) {
     f.unpack_ms = timeUnpack(archive, show) * 1e3;
     f.fresh_ms = timeFreshImageMemory(d) * 1e3;
     recycledLargeBlocks();
-    f.decode_ms = timeDecoder(packed) * 1e3;
+    f.decode_ms = timeDecoder(archive) * 1e3;
     f.make_image_ms = timeMakeImage(d.pages) * 1e3;
     f.libpng_ms = timeLibpng(d) * 1e3;
     f.memset_ms = timeMemset(d) * 1e3;
 
     f.images_bytes = imagesBytes(show);
     f.screen_pixels = (long long)d.width * d.height * f.screens;
-    f.peak = viewerPeakBytes(spawner, archive, &f.viewer_status);
+    RunFigures viewer = runMeasured({std::string(SLIDES_BUILD_DIR) + "/view_slides", archive});
+    f.peak = viewer.maxrss;
+    f.viewer_status = viewer.status;
     f.draw = measureDrawing(show.images);
     f.present = measurePresenting(show.images);
     releaseShow(show);
@@ -392,10 +330,10 @@ void printFigures(const LoadedDeck& d, const DeckFigures& f) {
     const double mb = 1024.0 * 1024.0;
     printf("\n== %s: %d screens of %d x %d ==\n", d.name.c_str(), f.screens, d.width, d.height);
     printf("  %-34s %12s %18s %9s   (CPU time, best of %d)\n", "", "deck", "per screen", "vs unpack", kRounds);
-    printRow("unpacking (as view_slides)", f.unpack_ms, f.screens, f.unpack_ms, "");
+    printRow("unpacking in this process", f.unpack_ms, f.screens, f.unpack_ms, "");
     printRow("decoder alone", f.decode_ms, f.screens, f.unpack_ms, "");
     printRow("makeImage alone", f.make_image_ms, f.screens, f.unpack_ms, "");
-    printRow("libpng decode (preloaded)", f.libpng_ms, f.screens, f.unpack_ms, "(target >= 6x)");
+    printRow("libpng decode (preloaded)", f.libpng_ms, f.screens, f.unpack_ms, "");
     printRow("memset of the RGBA bytes", f.memset_ms, f.screens, f.unpack_ms, "");
     printRow("fresh pages for the images", f.fresh_ms, f.screens, f.unpack_ms, "(kernel; part of unpacking)");
     printf("  decoder alone vs libpng: %.2fx faster (target >= 10x); unpacking vs libpng: %.2fx faster\n",
@@ -410,7 +348,6 @@ void printFigures(const LoadedDeck& d, const DeckFigures& f) {
         printf(", %.3f of optipng -o2 (%lld)\n", (double)f.archive / f.optipng, f.optipng);
     else
         printf("; optipng not installed\n");
-    printf("  packing %.1f ms a page\n", f.pack_ms_page);
     if (f.draw.measured)
         printf("  Xvfb depth 24: drawSlide + commit %.2f ms a screen (target < 5); transition %.1f ms for "
                "trans_time %.0f ms (step %d, %+.1f %%)\n",
@@ -430,8 +367,7 @@ std::string jsonFigures(const LoadedDeck& d, const DeckFigures& f) {
       << ", \"fresh_image_pages_ms\": " << f.fresh_ms
       << ",\n     \"peak_bytes\": " << f.peak << ", \"images_bytes\": " << f.images_bytes
       << ", \"screen_pixels\": " << f.screen_pixels << ", \"archive_bytes\": " << f.archive
-      << ", \"png_bytes\": " << f.png << ", \"optipng_bytes\": " << f.optipng
-      << ",\n     \"pack_ms_per_page\": " << f.pack_ms_page;
+      << ", \"png_bytes\": " << f.png << ", \"optipng_bytes\": " << f.optipng;
     if (f.draw.measured)
         o << ", \"draw_ms\": " << f.draw.draw_ms << ", \"transition_ms\": " << f.draw.transition_ms
           << ", \"trans_time_ms\": " << f.draw.wanted_ms;
@@ -461,32 +397,206 @@ std::vector<std::string> corpusDecks() {
     return decks;
 }
 
+const double kMB = 1024.0 * 1024.0;
+
+// A deck to measure: its folder, whether the in-process figures are wanted (the corpus and the
+// decks given; the synthetic ones only repeat corpus pages), and whether its unpacking is
+// measured against libpng (every deck but the 1000-page one, which is for packing).
+struct DeckInput {
+    std::string name, folder;
+    bool detailed, unpacked;
+};
+
+std::string buildPath(const std::string& name) { return std::string(SLIDES_BUILD_DIR) + "/" + name; }
+std::string archivePath(const std::string& name) { return buildPath("bench-" + name + ".slides"); }
+
+// pack_slides with one job and with all, on a deck folder or a PDF talk.
+struct PackRow {
+    std::string deck, input;
+    int jobs = 0;
+    RunFigures one, all;
+};
+
+RunFigures pack(const std::string& input, const std::string& archive, int jobs) {
+    return runMeasured({buildPath("pack_slides"), input, "--archive", archive, "--jobs", std::to_string(jobs)});
+}
+
+PackRow measurePacking(const std::string& deck, const std::string& label, const std::string& input,
+                       const std::string& archive, int jobs) {
+    PackRow row{deck, label, jobs, {}, {}};
+    row.one = pack(input, archive + ".one", 1);
+    row.all = pack(input, archive, jobs);
+    if (readFile(archive + ".one") != readFile(archive)) row.all.status = -2;  // the bytes must not depend on jobs
+    unlink((archive + ".one").c_str());
+    return row;
+}
+
+// The best and the worst of several runs.
+struct Spread {
+    double best = 1e30, worst = 0;
+    void add(double t) { best = std::min(best, t), worst = std::max(worst, t); }
+};
+
+// The whole view_slides process unpacking the archive (it then finds no display and ends),
+// against libpng decoding the deck's PNG pages in this process, each kRounds times.
+struct UnpackRow {
+    std::string deck;
+    int screens = 0;
+    Spread viewer_cpu, viewer_elapsed, libpng;
+    RunFigures after_io;
+    long long maxrss = 0;
+};
+
+UnpackRow measureUnpacking(const DeckInput& d) {
+    UnpackRow row;
+    row.deck = d.name;
+    Deck deck;
+    if (readSlideList(d.folder.c_str(), deck)) return row;
+    row.screens = deck.files.size;
+    std::vector<std::vector<unsigned char> > png;
+    for (int i = 0; i < deck.files.size; i++) png.push_back(readFile(deck.files[i]));
+    std::vector<unsigned char> out;
+    for (int r = 0; r < kRounds; r++) {
+        RunFigures v = runMeasured({buildPath("view_slides"), archivePath(d.name)});
+        row.viewer_cpu.add(v.cpu_s);
+        row.viewer_elapsed.add(v.elapsed_s);
+        row.maxrss = std::max(row.maxrss, v.maxrss);
+        double t0 = seconds();
+        for (const auto& bytes : png) decodePng(bytes, out);
+        row.libpng.add(seconds() - t0);
+    }
+    return row;
+}
+
+void printPacking(const std::vector<PackRow>& rows) {
+    printf("\n== Packing: pack_slides --archive, one job and all jobs (wall clock; peak = the largest sum of\n"
+           "   the resident memory of pack_slides and its workers, sampled every 10 ms) ==\n");
+    printf("  %-34s %9s %9s %8s %13s %13s  %s\n", "deck (input)", "1 job", "all jobs", "speed-up", "peak 1 job",
+           "peak all", "target");
+    for (const PackRow& r : rows) {
+        bool big = r.deck.find("1000") != std::string::npos;
+        double limit = big ? 600 : 500;
+        bool ok = r.one.status == 0 && r.all.status == 0;
+        printf("  %-34s %8.2fs %8.2fs %7.2fx %10.1f MB %10.1f MB  %s\n", (r.deck + " (" + r.input + ")").c_str(),
+               r.one.elapsed_s, r.all.elapsed_s, r.one.elapsed_s / r.all.elapsed_s, r.one.peak_tree / kMB,
+               r.all.peak_tree / kMB,
+               !ok ? (r.all.status == -2 ? "BYTES DIFFER" : "FAILED")
+                   : std::max(r.one.peak_tree, r.all.peak_tree) / kMB < limit ? (big ? "< 600 MB met" : "< 500 MB met")
+                                                                              : "ABOVE");
+    }
+}
+
+void printUnpacking(const std::vector<UnpackRow>& rows) {
+    printf("\n== Unpacking: the whole view_slides process (user + system time) against libpng decoding the same\n"
+           "   pages in this process, best and worst of %d; then one run right after heavy file I/O ==\n", kRounds);
+    printf("  %-16s %7s %17s %17s %15s %15s %20s\n", "deck", "screens", "view_slides", "libpng", "best vs best",
+           "worst vs worst", "after heavy I/O");
+    for (const UnpackRow& r : rows)
+        printf("  %-16s %7d %7.0f / %4.0f ms %7.0f / %4.0f ms %14.2fx %14.2fx %10.0f ms %6.2fx\n", r.deck.c_str(),
+               r.screens, r.viewer_cpu.best * 1e3, r.viewer_cpu.worst * 1e3, r.libpng.best * 1e3,
+               r.libpng.worst * 1e3, r.libpng.best / r.viewer_cpu.best, r.libpng.worst / r.viewer_cpu.worst,
+               r.after_io.cpu_s * 1e3, r.libpng.best / r.after_io.cpu_s);
+    printf("  (target: 6x or better; the view_slides elapsed times were");
+    for (const UnpackRow& r : rows) printf(" %s %.0f / %.0f ms", r.deck.c_str(), r.viewer_elapsed.best * 1e3,
+                                           r.viewer_elapsed.worst * 1e3);
+    printf(")\n");
+}
+
+std::string jsonPacking(const PackRow& r) {
+    std::ostringstream o;
+    o << "    {\"deck\": \"" << r.deck << "\", \"input\": \"" << r.input << "\", \"jobs\": " << r.jobs
+      << ", \"one_job_s\": " << r.one.elapsed_s << ", \"all_jobs_s\": " << r.all.elapsed_s
+      << ", \"one_job_cpu_s\": " << r.one.cpu_s << ", \"all_jobs_cpu_s\": " << r.all.cpu_s
+      << ", \"one_job_peak_bytes\": " << r.one.peak_tree << ", \"all_jobs_peak_bytes\": " << r.all.peak_tree
+      << ", \"status\": " << r.all.status << "}";
+    return o.str();
+}
+
+std::string jsonUnpacking(const UnpackRow& r) {
+    std::ostringstream o;
+    o << "    {\"deck\": \"" << r.deck << "\", \"screens\": " << r.screens
+      << ", \"view_slides_cpu_best_s\": " << r.viewer_cpu.best << ", \"view_slides_cpu_worst_s\": " << r.viewer_cpu.worst
+      << ", \"view_slides_elapsed_best_s\": " << r.viewer_elapsed.best
+      << ", \"view_slides_elapsed_worst_s\": " << r.viewer_elapsed.worst << ", \"libpng_best_s\": " << r.libpng.best
+      << ", \"libpng_worst_s\": " << r.libpng.worst << ", \"after_heavy_io_cpu_s\": " << r.after_io.cpu_s
+      << ", \"view_slides_maxrss_bytes\": " << r.maxrss << "}";
+    return o.str();
+}
+
+std::string jsonList(const char* name, const std::vector<std::string>& items) {
+    std::string s = std::string("\"") + name + "\": [\n";
+    for (size_t i = 0; i < items.size(); i++) s += items[i] + (i + 1 < items.size() ? ",\n" : "\n");
+    return s + "]";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    ViewerSpawner spawner = startViewerSpawner();
-    std::vector<std::string> decks = corpusDecks();
-    for (int i = 1; i < argc; i++) decks.push_back(argv[i]);
+    startSpawner();
+    std::vector<DeckInput> decks;
+    std::vector<std::string> corpus = corpusDecks();
+    for (const std::string& folder : corpus) decks.push_back({baseName(folder), folder, true, true});
+    for (int i = 1; i < argc; i++) decks.push_back({baseName(argv[i]), argv[i], true, true});
+    if (!corpus.empty()) {
+        for (int pages : {257, 1000}) {
+            std::string name = "corpus-" + std::to_string(pages);
+            std::string folder = buildPath("bench-decks/" + name);
+            mkdir(buildPath("bench-decks").c_str(), 0755);
+            if (const char* error = makeCycledDeck(folder, pages, corpus))
+                printf("Skipping %s: %s\n", name.c_str(), error);
+            else
+                decks.push_back({name, folder, false, pages == 257});
+        }
+    }
     if (decks.empty()) {
         printf("No decks to measure: give deck folders (with slides.txt) as arguments.\n");
         return 0;
     }
+    long online = sysconf(_SC_NPROCESSORS_ONLN);
+    int jobs = online < 1 ? 1 : (int)online;
+    printf("Packing every deck with --jobs 1 and --jobs %d (the processors online) ...\n", jobs);
+    fflush(stdout);
+    std::vector<PackRow> packing;
+    for (const DeckInput& d : decks) {
+        packing.push_back(measurePacking(d.name, "PNG pages", d.folder, archivePath(d.name), jobs));
+        std::string pdf = d.folder + "/source.pdf";
+        if (d.detailed && fileSize(pdf) > 0)
+            packing.push_back(measurePacking(d.name, "PDF", pdf, archivePath(d.name + "-pdf"), jobs));
+    }
+
+    std::vector<UnpackRow> unpacking;
+    for (const DeckInput& d : decks)
+        if (d.unpacked) unpacking.push_back(measureUnpacking(d));
+    const long long kHeavyBytes = 4LL << 30;
+    printf("Heavy file I/O: writing and reading back %lld MB ...\n", kHeavyBytes >> 20);
+    fflush(stdout);
+    double io_s = heavyFileIo(SLIDES_BUILD_DIR, kHeavyBytes);
+    for (UnpackRow& r : unpacking) r.after_io = runMeasured({buildPath("view_slides"), archivePath(r.deck)});
+    removeHeavyFile(SLIDES_BUILD_DIR);
+    printf("(%.1f s of file I/O)\n", io_s);
+
     std::vector<std::string> json;
-    for (const std::string& folder : decks) {
+    for (const DeckInput& input : decks) {
+        if (!input.detailed) continue;
         LoadedDeck d;
-        if (const char* error = loadDeck(folder, d)) {
-            printf("Skipping %s: %s\n", folder.c_str(), error);
+        if (const char* error = loadDeck(input.folder, d)) {
+            printf("Skipping %s: %s\n", input.folder.c_str(), error);
             continue;
         }
-        DeckFigures f = measureDeck(d, spawner);
+        DeckFigures f = measureDeck(d, archivePath(input.name));
         printFigures(d, f);
         json.push_back(jsonFigures(d, f));
     }
-    std::string path = std::string(SLIDES_BUILD_DIR) + "/bench.json";
+    printPacking(packing);
+    printUnpacking(unpacking);
+
+    std::vector<std::string> packing_json, unpacking_json;
+    for (const PackRow& r : packing) packing_json.push_back(jsonPacking(r));
+    for (const UnpackRow& r : unpacking) unpacking_json.push_back(jsonUnpacking(r));
+    std::string path = buildPath("bench.json");
     std::ofstream out(path);
-    out << "{\"decks\": [\n";
-    for (size_t i = 0; i < json.size(); i++) out << json[i] << (i + 1 < json.size() ? ",\n" : "\n");
-    out << "]}\n";
+    out << "{" << jsonList("decks", json) << ",\n" << jsonList("packing", packing_json) << ",\n"
+        << jsonList("unpacking", unpacking_json) << "}\n";
     printf("\nFigures written to %s\n", path.c_str());
     return 0;
 }

@@ -1,7 +1,8 @@
 // fuzz_seeds OUT [CORPUS]: writes the seed inputs of every fuzz target into OUT/<target>/.
 // Bitmaps are small synthetic ones plus crops of the first pages of each deck in CORPUS (when
 // given and present), turned into codec streams, PNG files and tiny two-screen archives in both
-// layouts; packed integers, and command lines, are hand-made edge cases.
+// layouts; packed integers, command lines and PDF page boxes with show sizes are hand-made edge
+// cases.
 #include <dirent.h>
 #include <sys/stat.h>
 
@@ -174,6 +175,26 @@ void addCommandLines() {
     for (const std::string& line : lines) writeFile("fuzz_cmdline", "line_" + std::to_string(i++), line.data(), line.size());
 }
 
+// Page boxes in points (two doubles, a turned flag) and --size texts.
+void addPageGeometry() {
+    struct Case {
+        double width, height;
+        bool turned;
+        const char* size;
+    } cases[] = {{362.83, 272.13, false, "1005x754"}, {640, 360, false, "1920x1080"}, {595, 842, true, "800x600"},
+                 {300, 400, true, "3840x2160"},     {1e-300, 5, false, "16384x4096"}, {1e300, 1, false, "1x1"},
+                 {400, 300, false, "16385x10"},     {-5, 10, false, "9000x9000"},   {0, 0, true, "x"}};
+    int i = 0;
+    for (const Case& c : cases) {
+        std::string bytes(17, '\0');
+        memcpy(&bytes[0], &c.width, 8);
+        memcpy(&bytes[8], &c.height, 8);
+        bytes[16] = c.turned;
+        bytes += c.size;
+        writeFile("fuzz_page_geometry", "page_" + std::to_string(i++), bytes.data(), bytes.size());
+    }
+}
+
 // The first two pages of every deck in the corpus folder.
 void addCorpus(const std::string& corpus) {
     DIR* dir = opendir(corpus.c_str());
@@ -202,6 +223,7 @@ int main(int argc, char** argv) {
     addSynthetic();
     addPackedIntegers();
     addCommandLines();
+    addPageGeometry();
     if (argc == 3) addCorpus(argv[2]);
     printf("%d seed files in %s\n", written, out_dir.c_str());
     return 0;
