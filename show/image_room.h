@@ -1,7 +1,10 @@
 // Room for the index arrays of a show's images in one block of memory, asked to be backed by
-// huge pages: the images live until the process ends, and the kernel provides and clears one
-// large block in 2 MB pages far faster than thousands of 4 KB ones. Where huge pages are off the
-// block is made of ordinary pages, as separate arrays would be.
+// huge pages: the images live until the process ends, and the kernel usually provides and clears
+// one large block in 2 MB pages far faster than thousands of 4 KB ones. Not always: a virtual
+// machine may have handed free memory back to its host, which then provides each huge page
+// slowly, and a kernel may have to compact memory first. So huge pages are kept only while they
+// come cheaper than small pages would; after the first array that came slower, the rest of the
+// room takes small pages. Where huge pages are off the block is made of small pages throughout.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -29,4 +32,5 @@ private:
     size_t slot = 0;  // indices per array
     int slots = 0;
     int used = 0;
+    bool huge = false;  // the rest of the room may still take huge pages
 };
