@@ -69,3 +69,9 @@ void indexColours(const Bitmap& bitmap, vec<int>& ids, vec<Color>& colours) {
         ids[i] = last_id;
     }
 }
+
+void indexColours(const Bitmap& bitmap, vec<int>& ids, vec<Color>& colours, vec<int>& counts) {
+    indexColours(bitmap, ids, colours);
+    counts.assignZero(colours.size);
+    for (int id : ids) counts[id]++;
+}

@@ -55,10 +55,8 @@ struct Encoder {
 void compress(Bitmap& bitmap, vec<unsigned char>& out, bool raw) {
     vec<int> ids;
     vec<Color> colours;
-    indexColours(bitmap, ids, colours);
     vec<int> freqs;
-    freqs.resize(colours.size);
-    for (int id : ids) freqs[id]++;
+    indexColours(bitmap, ids, colours, freqs);
     writeStreamHead(out, raw, bitmap.width, bitmap.height, colours, freqs);
     if (bitmap.width <= 0 || bitmap.height <= 0) return;
 

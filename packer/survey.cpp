@@ -15,12 +15,9 @@ void makeBitmap(Bitmap& b, int width, int height) {
 
 // The page's commonest colour, the first to appear among equals, all over.
 void plainBackground(const Bitmap& page, Bitmap& bg) {
-    vec<int> ids;
+    vec<int> ids, counts;
     vec<Color> colours;
-    indexColours(page, ids, colours);
-    vec<int> counts;
-    counts.resize(colours.size);
-    for (int id : ids) counts[id]++;
+    indexColours(page, ids, colours, counts);
     int most = 0;
     for (int c = 0; c < counts.size; c++)
         if (counts[c] > counts[most]) most = c;

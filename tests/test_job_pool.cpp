@@ -21,6 +21,14 @@ bool noChildren() {
     return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
 }
 
+// The run ends with exactly this error, and no worker is left.
+void expectError(const JobRun& run, const char* message) {
+    const char* error = runJobs(run);
+    ASSERT_NE(error, nullptr);
+    EXPECT_STREQ(error, message);
+    EXPECT_TRUE(noChildren());
+}
+
 JobRun numbered(int count, int workers, std::vector<int>& taken) {
     JobRun run;
     run.count = count;
@@ -95,21 +103,15 @@ TEST(JobPool, AJobsErrorEndsTheRunInJobOrder) {
         taken.push_back(job);
         return nullptr;
     };
-    const char* error = runJobs(run);
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "seven went wrong");
+    expectError(run, "seven went wrong");
     EXPECT_EQ(taken.size(), 7u);
-    EXPECT_TRUE(noChildren());
 }
 
 TEST(JobPool, APackerSideErrorStopsTheWorkers) {
     std::vector<int> taken;
     JobRun run = numbered(30, 3, taken);
     run.take = [](int job, vec<unsigned char>&) -> const char* { return job == 4 ? "no room" : nullptr; };
-    const char* error = runJobs(run);
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "no room");
-    EXPECT_TRUE(noChildren());
+    expectError(run, "no room");
 }
 
 TEST(JobPool, AJobPastItsTimeLimitIsNamed) {
@@ -123,12 +125,9 @@ TEST(JobPool, AJobPastItsTimeLimitIsNamed) {
     };
     run.take = [](int, vec<unsigned char>&) -> const char* { return nullptr; };
     auto start = std::chrono::steady_clock::now();
-    const char* error = runJobs(run);
+    expectError(run, "Job 4 took more than 0.3 s (a note)");
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "Job 4 took more than 0.3 s (a note)");
     EXPECT_LT(seconds, 30) << "the limit did not end the job";
-    EXPECT_TRUE(noChildren());
 }
 
 TEST(JobPool, AWorkerThatCrashesIsNamedAndThePackerLives) {
@@ -139,10 +138,7 @@ TEST(JobPool, AWorkerThatCrashesIsNamedAndThePackerLives) {
         return nullptr;
     };
     run.take = [](int, vec<unsigned char>&) -> const char* { return nullptr; };
-    const char* error = runJobs(run);
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "Job 6 failed: its worker process was killed by signal 11 (Segmentation fault)");
-    EXPECT_TRUE(noChildren());
+    expectError(run, "Job 6 failed: its worker process was killed by signal 11 (Segmentation fault)");
 }
 
 TEST(JobPool, AWorkerThatExitsIsNamed) {
@@ -153,9 +149,7 @@ TEST(JobPool, AWorkerThatExitsIsNamed) {
         return nullptr;
     };
     run.take = [](int, vec<unsigned char>&) -> const char* { return nullptr; };
-    const char* error = runJobs(run);
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "Job 3 failed: its worker process ended unexpectedly (status 3)");
+    expectError(run, "Job 3 failed: its worker process ended unexpectedly (status 3)");
 }
 
 TEST(JobPool, AWorkerOutOfMemorySaysSo) {
@@ -166,9 +160,7 @@ TEST(JobPool, AWorkerOutOfMemorySaysSo) {
         return nullptr;
     };
     run.take = [](int, vec<unsigned char>&) -> const char* { return nullptr; };
-    const char* error = runJobs(run);
-    ASSERT_NE(error, nullptr);
-    EXPECT_STREQ(error, "Job 2 ran out of memory");
+    expectError(run, "Job 2 ran out of memory");
 }
 
 TEST(JobPool, WorkersFitTheMemoryBudget) {
