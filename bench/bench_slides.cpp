@@ -444,7 +444,7 @@ struct UnpackRow {
     int screens = 0;
     Spread viewer_cpu, viewer_elapsed, libpng;
     RunFigures after_io;
-    long long maxrss = 0;
+    long long maxrss = 0, images_bytes = 0;
 };
 
 UnpackRow measureUnpacking(const DeckInput& d) {
@@ -455,6 +455,9 @@ UnpackRow measureUnpacking(const DeckInput& d) {
     row.screens = deck.files.size;
     std::vector<std::vector<unsigned char> > png;
     for (int i = 0; i < deck.files.size; i++) png.push_back(readFile(deck.files[i]));
+    Show show;
+    if (!unpackArchive(archivePath(d.name), show)) row.images_bytes = imagesBytes(show);
+    releaseShow(show);
     std::vector<unsigned char> out;
     for (int r = 0; r < kRounds; r++) {
         RunFigures v = runMeasured({buildPath("view_slides"), archivePath(d.name)});
@@ -499,7 +502,12 @@ void printUnpacking(const std::vector<UnpackRow>& rows) {
     printf("  (target: 6x or better; the view_slides elapsed times were");
     for (const UnpackRow& r : rows) printf(" %s %.0f / %.0f ms", r.deck.c_str(), r.viewer_elapsed.best * 1e3,
                                            r.viewer_elapsed.worst * 1e3);
-    printf(")\n");
+    printf(")\n  peak memory of view_slides against 1.03 x the images + 40 MB:");
+    for (const UnpackRow& r : rows) {
+        double limit = r.images_bytes * 1.03 + 40 * kMB;
+        printf(" %s %.1f of %.1f MB%s", r.deck.c_str(), r.maxrss / kMB, limit / kMB, r.maxrss <= limit ? "" : " ABOVE");
+    }
+    printf("\n");
 }
 
 std::string jsonPacking(const PackRow& r) {
@@ -519,7 +527,7 @@ std::string jsonUnpacking(const UnpackRow& r) {
       << ", \"view_slides_elapsed_best_s\": " << r.viewer_elapsed.best
       << ", \"view_slides_elapsed_worst_s\": " << r.viewer_elapsed.worst << ", \"libpng_best_s\": " << r.libpng.best
       << ", \"libpng_worst_s\": " << r.libpng.worst << ", \"after_heavy_io_cpu_s\": " << r.after_io.cpu_s
-      << ", \"view_slides_maxrss_bytes\": " << r.maxrss << "}";
+      << ", \"view_slides_maxrss_bytes\": " << r.maxrss << ", \"images_bytes\": " << r.images_bytes << "}";
     return o.str();
 }
 
