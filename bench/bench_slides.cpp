@@ -471,18 +471,30 @@ UnpackRow measureUnpacking(const DeckInput& d) {
     return row;
 }
 
-void printPacking(const std::vector<PackRow>& rows) {
-    printf("\n== Packing: pack_slides --archive, one job and all jobs (wall clock; peak = the largest sum of\n"
-           "   the resident memory of pack_slides and its workers, sampled every 10 ms) ==\n");
-    printf("  %-34s %9s %9s %8s %13s %13s  %s\n", "deck (input)", "1 job", "all jobs", "speed-up", "peak 1 job",
-           "peak all", "target");
+// The load average over the last minute: on a machine shared with other work, the wall clock of
+// several jobs says little when the processors were already busy.
+double loadAverage() {
+    double load = -1;
+    FILE* in = fopen("/proc/loadavg", "r");
+    if (in && fscanf(in, "%lf", &load) != 1) load = -1;
+    if (in) fclose(in);
+    return load;
+}
+
+void printPacking(const std::vector<PackRow>& rows, double load_before, double load_after) {
+    printf("\n== Packing: pack_slides --archive, one job and all jobs: wall clock, and processor time of the\n"
+           "   packer and its workers; peak = the largest sum of their resident memory, sampled every 10 ms.\n"
+           "   Load average of the machine %.1f before, %.1f after ==\n",
+           load_before, load_after);
+    printf("  %-30s %17s %17s %8s %12s %12s  %s\n", "deck (input)", "1 job (cpu)", "all jobs (cpu)", "speed-up",
+           "peak 1 job", "peak all", "target");
     for (const PackRow& r : rows) {
         bool big = r.deck.find("1000") != std::string::npos;
         double limit = big ? 600 : 500;
         bool ok = r.one.status == 0 && r.all.status == 0;
-        printf("  %-34s %8.2fs %8.2fs %7.2fx %10.1f MB %10.1f MB  %s\n", (r.deck + " (" + r.input + ")").c_str(),
-               r.one.elapsed_s, r.all.elapsed_s, r.one.elapsed_s / r.all.elapsed_s, r.one.peak_tree / kMB,
-               r.all.peak_tree / kMB,
+        printf("  %-30s %7.2fs (%6.2fs) %7.2fs (%6.2fs) %7.2fx %9.1f MB %9.1f MB  %s\n",
+               (r.deck + " (" + r.input + ")").c_str(), r.one.elapsed_s, r.one.cpu_s, r.all.elapsed_s, r.all.cpu_s,
+               r.one.elapsed_s / r.all.elapsed_s, r.one.peak_tree / kMB, r.all.peak_tree / kMB,
                !ok ? (r.all.status == -2 ? "BYTES DIFFER" : "FAILED")
                    : std::max(r.one.peak_tree, r.all.peak_tree) / kMB < limit ? (big ? "< 600 MB met" : "< 500 MB met")
                                                                               : "ABOVE");
@@ -491,7 +503,9 @@ void printPacking(const std::vector<PackRow>& rows) {
 
 void printUnpacking(const std::vector<UnpackRow>& rows) {
     printf("\n== Unpacking: the whole view_slides process (user + system time) against libpng decoding the same\n"
-           "   pages in this process, best and worst of %d; then one run right after heavy file I/O ==\n", kRounds);
+           "   pages in this process, best and worst of %d; then one run right after heavy file I/O.\n"
+           "   Load average of the machine %.1f ==\n",
+           kRounds, loadAverage());
     printf("  %-16s %7s %17s %17s %15s %15s %20s\n", "deck", "screens", "view_slides", "libpng", "best vs best",
            "worst vs worst", "after heavy I/O");
     for (const UnpackRow& r : rows)
@@ -565,6 +579,7 @@ int main(int argc, char** argv) {
     printf("Packing every deck with --jobs 1 and --jobs %d (the processors online) ...\n", jobs);
     fflush(stdout);
     std::vector<PackRow> packing;
+    double load_before = loadAverage();
     for (const DeckInput& d : decks) {
         packing.push_back(measurePacking(d.name, "PNG pages", d.folder, archivePath(d.name), jobs));
         std::string pdf = d.folder + "/source.pdf";
@@ -572,6 +587,7 @@ int main(int argc, char** argv) {
             packing.push_back(measurePacking(d.name, "PDF", pdf, archivePath(d.name + "-pdf"), jobs));
     }
 
+    double load_after = loadAverage();
     std::vector<UnpackRow> unpacking;
     for (const DeckInput& d : decks)
         if (d.unpacked) unpacking.push_back(measureUnpacking(d));
@@ -595,7 +611,7 @@ int main(int argc, char** argv) {
         printFigures(d, f);
         json.push_back(jsonFigures(d, f));
     }
-    printPacking(packing);
+    printPacking(packing, load_before, load_after);
     printUnpacking(unpacking);
 
     std::vector<std::string> packing_json, unpacking_json;
