@@ -138,26 +138,59 @@ struct Plan {
     long long total = 0;
 };
 
-// Marks, for every candidate, the pixels that some screen shows through its see-through pixels
-// (directly, or through the previous screens that it lets show).
-const char* markShown(const Encoding& e, const vec<int>& choice, int pixels, vec<vec<unsigned char> >& shown) {
-    shown.resize(kCandidates);
-    for (int c = 0; c < kCandidates; c++) shown[c].assignZero(pixels);
-    vec<int> origin;  // per pixel: the candidate the current screen shows there, or -1
-    origin.assignZero(pixels);
+int wordsFor(int pixels) { return (pixels + 63) / 64; }
+
+// In a worker: one bit per pixel that screen i's chosen stream leaves see-through (none when the
+// stream does not decode).
+const char* seeThroughBits(const Encoding& e, int i, int reference, int pixels, vec<unsigned char>& result) {
     vec<unsigned char> stream;
-    for (int i = 0; i < choice.size; i++) {
-        if (const char* error = e.store.get(e.streams[i].blob[slotOf(choice[i])], stream)) return error;
-        Bitmap decoded;
-        const unsigned char* in = stream.data;
-        bool decoded_ok = !decompress(decoded, in, stream.data + stream.size);
-        for (int p = 0; p < pixels; p++) {
-            if (!decoded_ok || !isSeeThrough(decoded.data[p]))
-                origin[p] = -1;
-            else if (choice[i] >= 0)
-                origin[p] = choice[i];
-            if (origin[p] >= 0) shown[origin[p]][p] = 1;
-        }
+    if (const char* error = e.store.get(e.streams[i].blob[slotOf(reference)], stream)) return error;
+    Bitmap decoded;
+    const unsigned char* in = stream.data;
+    bool decoded_ok = !decompress(decoded, in, stream.data + stream.size) && decoded.width * decoded.height == pixels;
+    vec<uint64_t> bits;
+    bits.assignZero(wordsFor(pixels));
+    for (int p = 0; decoded_ok && p < pixels; p++)
+        if (isSeeThrough(decoded.data[p])) bits[p >> 6] |= 1ull << (p & 63);
+    putPart(result, bits.data, bits.size * (int)sizeof(uint64_t));
+    return nullptr;
+}
+
+// Marks, for every candidate, the pixels that some screen shows through its see-through pixels
+// (directly, or through the previous screens that it lets show). Workers decode the screens;
+// here the pixels each candidate shows through the current screen are followed as bits.
+const char* markShown(const Encoding& e, const vec<int>& choice, int pixels, vec<vec<unsigned char> >& shown) {
+    int words = wordsFor(pixels);
+    vec<uint64_t> origin[kCandidates], seen[kCandidates];  // shown through the current screen, through any
+    for (int c = 0; c < kCandidates; c++) origin[c].assignZero(words), seen[c].assignZero(words);
+    vec<uint64_t> see;
+    see.resize(words);
+    JobRun run;
+    run.count = choice.size;
+    run.workers = e.workers;
+    run.work = [&](int i, vec<unsigned char>& result) { return seeThroughBits(e, i, choice[i], pixels, result); };
+    run.take = [&](int i, vec<unsigned char>& result) -> const char* {
+        int at = 0, size;
+        const unsigned char* bits;
+        if (!takePart(result, at, bits, size) || size != words * (int)sizeof(uint64_t))
+            return "A worker's see-through pixels came back damaged.";
+        memcpy(see.data, bits, (size_t)size);
+        // Opaque pixels show nothing; see-through ones show the chosen candidate, or over the
+        // previous screen whatever it showed there.
+        for (int c = 0; c < kCandidates; c++)
+            for (int w = 0; w < words; w++) {
+                uint64_t now = choice[i] == c ? see[w] : choice[i] < 0 ? origin[c][w] & see[w] : 0;
+                origin[c][w] = now;
+                seen[c][w] |= now;
+            }
+        return nullptr;
+    };
+    run.name = [](int i) { return "Choosing the backgrounds of page " + std::to_string(i + 1); };
+    if (const char* error = runJobs(run)) return error;
+    shown.resize(kCandidates);
+    for (int c = 0; c < kCandidates; c++) {
+        shown[c].assignZero(pixels);
+        for (int p = 0; p < pixels; p++) shown[c][p] = (seen[c][p >> 6] >> (p & 63)) & 1;
     }
     return nullptr;
 }
