@@ -9,69 +9,19 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/scale.h"
+#include "app/pictures.h"
 #include "app/view.h"
 #include "display/win.h"
 #include "display/winstd.h"
 
 namespace {
 
-// One screen scaled for one window size.
-struct Picture {
-    const Image* image = nullptr;
-    int box_width = 0, box_height = 0;  // the window it was made for
-    int width = 0, height = 0;
-    vec<Color> pixels;
-    unsigned last_use = 0;
-};
-
 const int KEPT_PICTURES = 3;
+Pictures pictures(KEPT_PICTURES);
 
-class Pictures {
-public:
-    // The image's picture for the window's current size.
-    const Picture& get(const Image& image) {
-        Picture* p = find(image);
-        if (!p) p = &make(image);
-        p->last_use = ++uses;
-        return *p;
-    }
+// The image's picture for the window's current size.
+const Picture& pictureOf(const Image& image) { return pictures.get(image, win_width, win_height); }
 
-    bool has(const Image& image) { return find(image) != nullptr; }
-
-private:
-    Picture kept[KEPT_PICTURES];
-    unsigned uses = 0;
-    Scaler scaler;
-
-    Picture* find(const Image& image) {
-        for (Picture& p : kept)
-            if (p.image == &image && p.box_width == win_width && p.box_height == win_height) return &p;
-        return nullptr;
-    }
-
-    Picture& make(const Image& image) {
-        Picture* p = &kept[0];
-        for (Picture& q : kept)
-            if (q.last_use < p->last_use) p = &q;
-        p->image = &image;
-        p->box_width = win_width;
-        p->box_height = win_height;
-        int pixels = imagePixelCount(image);
-        if (pixels)
-            fitInto(image.width, image.height, win_width, win_height, p->width, p->height);
-        else
-            p->width = p->height = 1;
-        p->pixels.resize(p->width * p->height);
-        if (pixels && p->width == image.width && p->height == image.height)
-            copyPixels(image, 0, pixels, p->pixels.data);  // the screen's own pixels, exactly
-        else
-            scaler.scale(image, p->width, p->height, p->pixels.data);
-        return *p;
-    }
-};
-
-Pictures pictures;
 Image* shown = nullptr;  // the screen the frame shows
 
 struct Box {
@@ -133,7 +83,7 @@ int rowsDue(double t, int height) {
 
 // The black around a picture is sent only when the window may show something else there.
 void projectorDraw(Image& image) {
-    const Picture& p = pictures.get(image);
+    const Picture& p = pictureOf(image);
     shown = &image;
     number_box = Box();
     Box at = placement(p);
@@ -151,7 +101,7 @@ void projectorDraw(Image& image) {
 }
 
 int scrollIn(Image& image, bool forward) {
-    const Picture& p = pictures.get(image);
+    const Picture& p = pictureOf(image);
     shown = &image;
     number_box = Box();
     int w = win_width, h = win_height;
@@ -200,7 +150,7 @@ void projectorNumber(const char* digits) {
     const Color frame = {255, 255, 255, 0}, inside = {40, 40, 40, 0};
     Box old = number_box;
     framed = Box();
-    if (shown && old.y1 > old.y0) frameRows(pictures.get(*shown), old.y0, old.y1, win_data + (size_t)old.y0 * win_width);
+    if (shown && old.y1 > old.y0) frameRows(pictureOf(*shown), old.y0, old.y1, win_data + (size_t)old.y0 * win_width);
     number_box = Box();
     if (digits[0]) {
         char text[48];
@@ -227,5 +177,5 @@ void projectorNumber(const char* digits) {
 }
 
 void projectorPrepare(Image& image) {
-    if (!pictures.has(image)) pictures.get(image);
+    if (!pictures.has(image, win_width, win_height)) pictureOf(image);
 }

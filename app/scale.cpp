@@ -90,22 +90,43 @@ static Color colorOf(uint32_t key) {
     return c;
 }
 
-void Scaler::spreadRow(const Image& image, int y) {
-    int w = image.width;
+ScaleSource sourceOf(const Image& image) {
+    ScaleSource s;
+    if (imagePixelCount(image) == 0) return s;
+    s.width = image.width;
+    s.height = image.height;
+    s.colors = image.colors.data;
+    s.indices = image.pixels.data;
+    s.palette = image.palette.data;
+    s.palette_count = (int)image.palette.count;
+    return s;
+}
+
+ScaleSource sourceOf(const Bitmap& bitmap) {
+    ScaleSource s;
+    if (!bitmap.data || bitmap.width <= 0 || bitmap.height <= 0) return s;
+    s.width = bitmap.width;
+    s.height = bitmap.height;
+    s.colors = bitmap.data;
+    return s;
+}
+
+void Scaler::spreadRow(const ScaleSource& source, int y) {
+    int w = source.width;
     uint64_t* out = line.data;
-    if (image.colors.data) {
-        const Color* row = image.colors.data + (size_t)y * w;
+    if (source.colors) {
+        const Color* row = source.colors + (size_t)y * w;
         for (int x = 0; x < w; x++) out[x] = spread(row[x]);
     } else {
-        const uint16_t* row = image.pixels.data + (size_t)y * w;
+        const uint16_t* row = source.indices + (size_t)y * w;
         for (int x = 0; x < w; x++) out[x] = palette[row[x]];
     }
 }
 
-bool Scaler::sameRows(const Image& image, int a, int b) const {
-    size_t w = (size_t)image.width;
-    if (image.colors.data) return memcmp(image.colors.data + a * w, image.colors.data + b * w, w * sizeof(Color)) == 0;
-    return memcmp(image.pixels.data + a * w, image.pixels.data + b * w, w * sizeof(uint16_t)) == 0;
+bool Scaler::sameRows(const ScaleSource& source, int a, int b) const {
+    size_t w = (size_t)source.width;
+    if (source.colors) return memcmp(source.colors + a * w, source.colors + b * w, w * sizeof(Color)) == 0;
+    return memcmp(source.indices + a * w, source.indices + b * w, w * sizeof(uint16_t)) == 0;
 }
 
 // One output pixel from its source pixels. Two equal pixels (the common case in a flat area
@@ -118,19 +139,19 @@ static inline uint32_t weigh(const uint64_t* in, const uint16_t* w, int n) {
 }
 
 // Rows equal to the row above (slides have many) are copied instead of filtered again.
-void Scaler::scaleAcross(const Image& image, int width) {
-    line.resize(image.width);
-    across.resize(image.height * width);
-    origin.resize(image.height);
-    for (int y = 0; y < image.height; y++) {
+void Scaler::scaleAcross(const ScaleSource& source, int width) {
+    line.resize(source.width);
+    across.resize(source.height * width);
+    origin.resize(source.height);
+    for (int y = 0; y < source.height; y++) {
         Color* out = across.data + (size_t)y * width;
-        if (y > 0 && sameRows(image, y, y - 1)) {
+        if (y > 0 && sameRows(source, y, y - 1)) {
             origin[y] = origin[y - 1];
             memcpy(out, out - width, (size_t)width * sizeof(Color));
             continue;
         }
         origin[y] = y;
-        spreadRow(image, y);
+        spreadRow(source, y);
         for (int x = 0; x < width; x++)
             out[x] = colorOf(weigh(line.data + columns.first[x], &columns.weights[x * columns.per_output],
                                    columns.count[x]));
@@ -167,17 +188,17 @@ void Scaler::scaleDown(int width, int height, Color* out) {
     }
 }
 
-void Scaler::scale(const Image& image, int width, int height, Color* out) {
-    if (imagePixelCount(image) == 0) {
+void Scaler::scale(const ScaleSource& source, int width, int height, Color* out) {
+    if (source.width <= 0 || source.height <= 0) {
         memset((void*)out, 0, (size_t)width * height * sizeof(Color));
         return;
     }
-    if (!image.colors.data) {
-        palette.resize((int)image.palette.count);
-        for (unsigned i = 0; i < image.palette.count; i++) palette[(int)i] = spread(image.palette.data[i]);
+    if (!source.colors) {
+        palette.resize(source.palette_count);
+        for (int i = 0; i < source.palette_count; i++) palette[i] = spread(source.palette[i]);
     }
-    makeTaps(image.width, width, columns);
-    makeTaps(image.height, height, rows);
-    scaleAcross(image, width);
+    makeTaps(source.width, width, columns);
+    makeTaps(source.height, height, rows);
+    scaleAcross(source, width);
     scaleDown(width, height, out);
 }

@@ -17,12 +17,26 @@ struct Taps {
 
 void makeTaps(int source_size, int output_size, Taps& taps);
 
+// Pixels to be scaled: a screen's compact image (palette indices or colours) or a bitmap.
+struct ScaleSource {
+    int width = 0, height = 0;
+    const Color* colors = nullptr;    // row-major pixels, or null when indexed
+    const uint16_t* indices = nullptr;
+    const Color* palette = nullptr;
+    int palette_count = 0;
+};
+
+// An image without pixels gives a source without pixels.
+ScaleSource sourceOf(const Image& image);
+ScaleSource sourceOf(const Bitmap& bitmap);
+
 // Keeps the work buffers between pictures.
 class Scaler {
 public:
-    // Writes the image resampled to width x height into out (row-major, no padding). An image
+    // Writes the source resampled to width x height into out (row-major, no padding). A source
     // without pixels gives black.
-    void scale(const Image& image, int width, int height, Color* out);
+    void scale(const ScaleSource& source, int width, int height, Color* out);
+    void scale(const Image& image, int width, int height, Color* out) { scale(sourceOf(image), width, height, out); }
 
 private:
     Taps columns, rows;
@@ -32,8 +46,8 @@ private:
     vec<int> origin;        // per source row: the first row of the run of equal rows it is in
     vec<uint16_t> sums;     // one output row's weighted sums, a channel at a time
 
-    void spreadRow(const Image& image, int y);
-    bool sameRows(const Image& image, int a, int b) const;
-    void scaleAcross(const Image& image, int width);
+    void spreadRow(const ScaleSource& source, int y);
+    bool sameRows(const ScaleSource& source, int a, int b) const;
+    void scaleAcross(const ScaleSource& source, int width);
     void scaleDown(int width, int height, Color* out);
 };

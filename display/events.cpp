@@ -1,4 +1,5 @@
-// The window's event queue as (code, x, y) records, held keys, key symbols and auto-repeat.
+// The event queue of the window (and of the console window, when one is open) as (code, x, y)
+// records, held keys, key symbols and auto-repeat.
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
 #include <poll.h>
@@ -6,6 +7,7 @@
 
 #include <cstring>
 
+#include "display/console_win.h"
 #include "display/win.h"
 
 extern "C" {
@@ -48,6 +50,11 @@ static int inspect(const XEvent& e, int* code, int* x, int* y) {
         fill(code, x, y, EVENT_MOTION, e.xmotion.x, e.xmotion.y);
         return 1;
     case ConfigureNotify:
+        if (isConsoleWin(e.xconfigure.window)) {
+            if (e.xconfigure.width == console_win.width && e.xconfigure.height == console_win.height) break;
+            fill(code, x, y, EVENT_CONSOLE_RESIZE, e.xconfigure.width, e.xconfigure.height);
+            return 1;
+        }
         fill(code, x, y, EVENT_RESIZE, e.xconfigure.width, e.xconfigure.height);
         return 1;
     case ClientMessage:
@@ -56,7 +63,9 @@ static int inspect(const XEvent& e, int* code, int* x, int* y) {
         return 1;
     }
     removeHead();
-    if (e.type == Expose) {
+    if (e.type == Expose && isConsoleWin(e.xexpose.window)) {
+        sendRect(console_win, 0, 0, console_win.width, console_win.height);
+    } else if (e.type == Expose) {
         exposeWin(0, 0, win_width, win_height);  // every exposure repaints everything
     } else if (e.type == FocusIn) {
         if (key_repeat == 0) XAutoRepeatOff(display);
@@ -102,6 +111,8 @@ extern "C" void nextEvent(int* code, int* x, int* y) {
             skipEvent();
         }
         resizeBuffer(*x, *y);
+    } else if (*code == EVENT_CONSOLE_RESIZE) {
+        resizeConsoleWin(*x, *y);
     }
 }
 

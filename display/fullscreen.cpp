@@ -49,12 +49,12 @@ bool wmSupportsFullscreen() {
     return false;
 }
 
-void prepareFullscreen() {
+void prepareFullscreen(Window w) {
     XSizeHints hints = {};
     hints.flags = USPosition | USSize;
-    XSetWMNormalHints(display, window, &hints);
+    XSetWMNormalHints(display, w, &hints);
     if (!wmSupportsFullscreen()) return;
     Atom state = XInternAtom(display, "_NET_WM_STATE", False);
     Atom fullscreen = XInternAtom(display, "_NET_WM_STATE_FULLSCREEN", False);
-    XChangeProperty(display, window, state, XA_ATOM, 32, PropModeReplace, (unsigned char*)&fullscreen, 1);
+    XChangeProperty(display, w, state, XA_ATOM, 32, PropModeReplace, (unsigned char*)&fullscreen, 1);
 }

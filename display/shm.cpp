@@ -2,9 +2,7 @@
 // with the process however that ends.
 #include "display/shm.h"
 
-#include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <X11/extensions/XShm.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
@@ -13,9 +11,6 @@
 
 #include "display/win.h"
 
-static XShmSegmentInfo segment;
-static XImage* shared = nullptr;  // the whole buffer as the server sees it
-
 static bool attach_failed;
 static int noteAttachFailure(Display*, XErrorEvent*) {
     attach_failed = true;
@@ -23,7 +18,7 @@ static int noteAttachFailure(Display*, XErrorEvent*) {
 }
 
 // Attaches the segment on the server's side; a remote server answers with an error.
-static bool serverAttaches() {
+static bool serverAttaches(XShmSegmentInfo& segment) {
     attach_failed = false;
     XSync(display, False);
     int (*previous)(Display*, XErrorEvent*) = XSetErrorHandler(noteAttachFailure);
@@ -33,65 +28,81 @@ static bool serverAttaches() {
     return !attach_failed;
 }
 
-static void dropSegment() {
-    if (shared) {
-        shared->data = nullptr;
-        XDestroyImage(shared);
-        shared = nullptr;
+static void dropSegment(SharedImage& shared) {
+    if (shared.image) {
+        shared.image->data = nullptr;
+        XDestroyImage(shared.image);
     }
-    if (segment.shmaddr && segment.shmaddr != (char*)-1) shmdt(segment.shmaddr);
-    segment = XShmSegmentInfo();
+    if (shared.segment.shmaddr && shared.segment.shmaddr != (char*)-1) shmdt(shared.segment.shmaddr);
+    shared = SharedImage();
 }
 
 // The buffer the server reads: the frame buffer itself when its pixels are already the
 // visual's (no conversion to make), else the display buffer. Moving it copies its bytes into
 // fresh memory (shared or not) and frees the old memory unless that was shared.
-static void moveSentBuffer(void* fresh, bool old_is_shared) {
+static void moveSentBuffer(Surface& s, void* fresh, bool old_is_shared) {
     bool frame = RGB_conv == 0;
-    void* old = frame ? (void*)win_data : raw_data;
-    memcpy(fresh, old, (size_t)win_size * 4);
+    void* old = frame ? (void*)s.data : s.raw;
+    memcpy(fresh, old, (size_t)s.width * s.height * 4);
     if (!old_is_shared) free(old);
     if (frame)
-        win_data = (Color*)fresh;
+        s.data = (Color*)fresh;
     else
-        raw_data = fresh;
+        s.raw = fresh;
 }
 
-bool shareDisplayBuffer() {
-    if (shared || !XShmQueryExtension(display)) return false;
+bool shareSurface(Surface& s) {
+    SharedImage& shared = s.shared;
+    if (shared.image || !XShmQueryExtension(display)) return false;
     int depth = DefaultDepth(display, screen_no);
-    shared = XShmCreateImage(display, DefaultVisual(display, screen_no), depth, ZPixmap, nullptr, &segment,
-                             win_width, win_height);
+    shared.image = XShmCreateImage(display, DefaultVisual(display, screen_no), depth, ZPixmap, nullptr,
+                                   &shared.segment, s.width, s.height);
     // The rows must lie in the buffer as the frame buffer's conversion writes them.
-    int stride = win_width * (RGB_conv == -1 ? 2 : 4);
-    if (!shared || shared->bytes_per_line != stride) return dropSegment(), false;
-    segment.shmid = shmget(IPC_PRIVATE, (size_t)win_size * 4, IPC_CREAT | 0600);
-    if (segment.shmid < 0) return dropSegment(), false;
-    segment.shmaddr = (char*)shmat(segment.shmid, nullptr, 0);
-    segment.readOnly = True;
-    bool attached = segment.shmaddr != (char*)-1 && serverAttaches();
-    shmctl(segment.shmid, IPC_RMID, nullptr);
-    if (!attached) return dropSegment(), false;
-    shared->data = segment.shmaddr;
-    moveSentBuffer(segment.shmaddr, false);
+    int stride = s.width * (RGB_conv == -1 ? 2 : 4);
+    if (!shared.image || shared.image->bytes_per_line != stride) return dropSegment(shared), false;
+    shared.segment.shmid = shmget(IPC_PRIVATE, (size_t)s.width * s.height * 4, IPC_CREAT | 0600);
+    if (shared.segment.shmid < 0) return dropSegment(shared), false;
+    shared.segment.shmaddr = (char*)shmat(shared.segment.shmid, nullptr, 0);
+    shared.segment.readOnly = True;
+    bool attached = shared.segment.shmaddr != (char*)-1 && serverAttaches(shared.segment);
+    shmctl(shared.segment.shmid, IPC_RMID, nullptr);
+    if (!attached) return dropSegment(shared), false;
+    shared.image->data = shared.segment.shmaddr;
+    moveSentBuffer(s, shared.segment.shmaddr, false);
     return true;
 }
 
-void unshareDisplayBuffer() {
-    if (!shared) return;
-    void* own = malloc((size_t)win_size * 4);
+void unshareSurface(Surface& s) {
+    if (!s.shared.image) return;
+    void* own = malloc((size_t)s.width * s.height * 4);
     if (!own) return;  // keeps the shared buffer; it goes with the process
-    XShmDetach(display, &segment);
+    XShmDetach(display, &s.shared.segment);
     XSync(display, False);
-    moveSentBuffer(own, true);
-    dropSegment();
+    moveSentBuffer(s, own, true);
+    dropSegment(s.shared);
 }
 
-bool frameBufferShared() { return shared && RGB_conv == 0; }
+void freeSurface(Surface& s) {
+    if (s.shared.image) {
+        XShmDetach(display, &s.shared.segment);
+        XSync(display, False);
+        if (RGB_conv == 0)
+            s.data = nullptr;
+        else
+            s.raw = nullptr;
+        dropSegment(s.shared);
+    }
+    free(s.data);
+    free(s.raw);
+    s = Surface();
+}
 
-bool putShared(int x0, int y0, int x1, int y1) {
-    if (!shared) return false;
-    XShmPutImage(display, window, DefaultGC(display, screen_no), shared, x0, y0, x0, y0, x1 - x0, y1 - y0, False);
+bool serverReadsFrame(const Surface& s) { return s.shared.image && RGB_conv == 0; }
+
+bool putShared(const Surface& s, int x0, int y0, int x1, int y1) {
+    if (!s.shared.image) return false;
+    XShmPutImage(display, s.window, DefaultGC(display, screen_no), s.shared.image, x0, y0, x0, y0, x1 - x0,
+                 y1 - y0, False);
     XSync(display, False);
     return true;
 }

@@ -1,13 +1,15 @@
-// The window, its two buffers and the conversion of the frame buffer to the visual's pixels.
+// The window: opening it (at the screens' size, or over a monitor for presenting), its update
+// queue and resizing, and the choice of the conversion to the visual's pixels, which surface.cpp
+// applies.
 #include "display/win.h"
 
 #include "display/fullscreen.h"
 #include "display/monitors.h"
 #include "display/shm.h"
+#include "display/surface.h"
 
 #include <X11/Xutil.h>
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,38 +41,29 @@ static void fail(const char* message) {
     exit(-1);
 }
 
-static void failMemory() { fail("Error: Not enough memory for screen buffer."); }
-
-// Bytes of one buffer (4 bytes a pixel); a size whose pixel count does not fit an int
-// cannot be held and counts as lack of memory.
-static size_t bufferBytes(long long width, long long height) {
-    if (width < 0 || height < 0 || width * height > INT_MAX / 4) failMemory();
-    return (size_t)(width * height) * 4;
-}
-
 static void setSize(int width, int height) {
     win_width = width;
     win_height = height;
     win_size = width * height;
 }
 
-// Orders the corners and clips the rectangle to the frame buffer; an outside rectangle
-// becomes an empty one on the buffer's edge.
-static void normalise(int& x0, int& y0, int& x1, int& y1) {
-    auto order = [](int& a, int& b) {
-        if (a > b) {
-            int t = a;
-            a = b;
-            b = t;
-        }
-    };
-    auto clip = [](int& v, int limit) { v = v < 0 ? 0 : v > limit ? limit : v; };
-    order(x0, x1);
-    order(y0, y1);
-    clip(x0, win_width);
-    clip(x1, win_width);
-    clip(y0, win_height);
-    clip(y1, win_height);
+// The designed window's surface: its globals, read afresh before each use (tools and tests set
+// them), and written back whenever its buffers move. Its shared segment is kept here.
+static Surface designed;
+
+static Surface& designedSurface() {
+    designed.window = window;
+    designed.width = win_width;
+    designed.height = win_height;
+    designed.data = win_data;
+    designed.raw = raw_data;
+    return designed;
+}
+
+static void keepDesigned() {
+    win_data = designed.data;
+    raw_data = designed.raw;
+    setSize(designed.width, designed.height);
 }
 
 // Position of the lowest set bit, and the number of bits from there to the highest.
@@ -117,6 +110,10 @@ struct Placement {
     int backing_store;  // a presenting window repaints itself instead, sparing the server a copy
 };
 
+static Placement monitorPlacement(const Monitor& monitor) {
+    return Placement{monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0, NotUseful};
+}
+
 static Window createWindow(const Placement& at) {
     XSetWindowAttributes attr = {};
     attr.background_pixel = BlackPixel(display, screen_no);
@@ -133,12 +130,12 @@ static Window createWindow(const Placement& at) {
 // What a presenting window tells the window manager before it appears: a class, the close
 // request of the manager's close button, and the wish for full screen. The designed window
 // carries its title alone.
-static void presentingHints() {
+static void presentingHints(Window w) {
     XClassHint hint = {(char*)"view_slides", (char*)"View_slides"};
-    XSetClassHint(display, window, &hint);
+    XSetClassHint(display, w, &hint);
     wm_delete_window = XInternAtom(display, "WM_DELETE_WINDOW", False);
-    XSetWMProtocols(display, window, &wm_delete_window, 1);
-    prepareFullscreen();
+    XSetWMProtocols(display, w, &wm_delete_window, 1);
+    prepareFullscreen(w);
 }
 
 Display* connectDisplay() {
@@ -147,26 +144,28 @@ Display* connectDisplay() {
     return d;
 }
 
-// Opens the display and a window at the placement, and chooses the pixel conversion;
-// before_map (or null) tells the window manager what it must know before the window appears.
-static void openWindow(const Placement& at, const char* title, void (*before_map)()) {
+// Creates a window at the placement with the title and maps it; before_map (or null) tells the
+// window manager what it must know before the window appears.
+static Window createMapped(const Placement& at, const char* title, void (*before_map)(Window)) {
+    Window w = createWindow(at);
+    if (!w) fail("Could not open window.");
+    if (title) XStoreName(display, w, title);
+    if (before_map) before_map(w);
+    XMapWindow(display, w);
+    XFlush(display);
+    return w;
+}
+
+// Opens the display and the designed window at the placement, and chooses the pixel conversion.
+static void openWindow(const Placement& at, const char* title, void (*before_map)(Window)) {
     display = connectDisplay();
     screen_no = DefaultScreen(display);
     Visual* visual = DefaultVisual(display, screen_no);
     if (visual->c_class != TrueColor) fail("Error: TrueColor not supported.");
 
-    size_t bytes = bufferBytes(at.width, at.height);
-    setSize((int)at.width, (int)at.height);
-    win_data = (Color*)malloc(bytes);
-    raw_data = malloc(bytes);
-    if (!win_data || !raw_data) failMemory();
-
-    window = createWindow(at);
-    if (!window) fail("Could not open window.");
-    if (title) XStoreName(display, window, title);
-    if (before_map) before_map();
-    XMapWindow(display, window);
-    XFlush(display);
+    allocSurface(designedSurface(), (int)at.width, (int)at.height);
+    keepDesigned();
+    window = createMapped(at, title, before_map);
 
     raw_R = (uint32_t)visual->red_mask;
     raw_G = (uint32_t)visual->green_mask;
@@ -184,27 +183,40 @@ extern "C" void openWin(unsigned width, unsigned height, const char* title) {
     openWindow(Placement{0, 0, width, height, 1, Always}, title, nullptr);
 }
 
-static Bool isMapNotify(Display*, XEvent* e, XPointer) { return e->type == MapNotify && e->xmap.window == window; }
+static Bool isMapNotify(Display*, XEvent* e, XPointer w) {
+    return e->type == MapNotify && e->xmap.window == *(Window*)w;
+}
+
+static void waitMapped(Window w) {
+    XEvent mapped;
+    XIfEvent(display, &mapped, isMapNotify, (XPointer)&w);
+}
 
 void openMonitorWin(const Monitor& monitor, const char* title) {
-    Placement at = {monitor.x, monitor.y, (unsigned)monitor.width, (unsigned)monitor.height, 0, NotUseful};
-    openWindow(at, title, presentingHints);
-    XEvent mapped;
-    XIfEvent(display, &mapped, isMapNotify, nullptr);
+    openWindow(monitorPlacement(monitor), title, presentingHints);
+    waitMapped(window);
     XSetInputFocus(display, window, RevertToParent, CurrentTime);
-    shareDisplayBuffer();
+    shareSurface(designedSurface());
+    keepDesigned();
     XFlush(display);
 }
 
+Window openMonitorWindow(const Monitor& monitor, const char* title) {
+    Window w = createMapped(monitorPlacement(monitor), title, presentingHints);
+    waitMapped(w);
+    return w;
+}
+
 extern "C" int closeWin() {
-    unshareDisplayBuffer();
+    unshareSurface(designedSurface());
+    keepDesigned();
     XDestroyWindow(display, window);
     XAutoRepeatOn(display);
     return XCloseDisplay(display);
 }
 
 extern "C" void update(int x0, int y0, int x1, int y1) {
-    normalise(x0, y0, x1, y1);
+    clipRect(designedSurface(), x0, y0, x1, y1);
     UpdateCell* cell = (UpdateCell*)malloc(sizeof(UpdateCell));
     *cell = {x0, y0, x1, y1, first_cell};
     first_cell = cell;
@@ -220,62 +232,11 @@ extern "C" int commit() {
     return XFlush(display);
 }
 
-static void packRow(const Color* src, uint16_t* dst, int n) {
-    for (int i = 0; i < n; i++)
-        dst[i] = (uint16_t)((src[i].r >> R_down) << R_up | (src[i].g >> G_down) << G_up | (src[i].b >> B_down) << B_up);
-}
-
-static void copyRow(const Color* src, Color* dst, int n) { memcpy(dst, src, (size_t)n * sizeof(Color)); }
-
-static void swapRow(const Color* src, Color* dst, int n) {
-    for (int i = 0; i < n; i++) dst[i] = {src[i].b, src[i].g, src[i].r, src[i].transparency};
-}
-
-// Converts the rectangle of win_data into the same pixels of raw_data.
-static void convert(int x0, int y0, int x1, int y1) {
-    for (int y = y0; y < y1; y++) {
-        size_t at = (size_t)y * win_width + x0;
-        const Color* src = win_data + at;
-        if (RGB_conv == -1)
-            packRow(src, (uint16_t*)raw_data + at, x1 - x0);
-        else if (RGB_conv == 1)
-            swapRow(src, (Color*)raw_data + at, x1 - x0);
-        else
-            copyRow(src, (Color*)raw_data + at, x1 - x0);
-    }
-}
-
-void exposeWin(int x0, int y0, int x1, int y1) {
-    normalise(x0, y0, x1, y1);
-    if (x0 == x1 || y0 == y1) return;
-    if (!frameBufferShared()) convert(x0, y0, x1, y1);
-    if (putShared(x0, y0, x1, y1)) return;
-    // The image starts at the rectangle's corner with the buffer's full size and stride, so
-    // the rectangle is the image's top-left part; only its rows are ever read.
-    bool packed = RGB_conv == -1;
-    size_t corner = (size_t)y0 * win_width + x0;
-    char* start = packed ? (char*)((uint16_t*)raw_data + corner) : (char*)((Color*)raw_data + corner);
-    XImage* image = XCreateImage(display, DefaultVisual(display, screen_no), DefaultDepth(display, screen_no),
-                                 ZPixmap, 0, start, win_width, win_height, packed ? 16 : 32, 0);
-    if (!image) return;
-    XPutImage(display, window, DefaultGC(display, screen_no), image, 0, 0, x0, y0, x1 - x0, y1 - y0);
-    free(image);  // not XDestroyImage: raw_data stays ours
-}
-
-// Allocates a new buffer, then frees the old one.
-static void* replaceBuffer(void* old, size_t bytes) {
-    void* fresh = malloc(bytes);
-    if (!fresh) failMemory();
-    free(old);
-    return fresh;
-}
+void exposeWin(int x0, int y0, int x1, int y1) { sendRect(designedSurface(), x0, y0, x1, y1); }
 
 void resizeBuffer(int width, int height) {
     if (width == win_width && height == win_height) return;
     printf("[resize request %d*%d]\n", width, height);
-    size_t bytes = bufferBytes(width, height);
-    unshareDisplayBuffer();  // a presenting window's shared buffer has the old size
-    win_data = (Color*)replaceBuffer(win_data, bytes);
-    raw_data = replaceBuffer(raw_data, bytes);
-    setSize(width, height);
+    resizeSurface(designedSurface(), width, height);
+    keepDesigned();
 }

@@ -55,6 +55,9 @@ Display* connectDisplay();
 // supports it, else borderless on the monitor's rectangle; waits until it is mapped and gives it
 // the keyboard focus.
 void openMonitorWin(const Monitor& monitor, const char* title);
+// Opens one more window over the whole monitor on the open display, as openMonitorWin does but
+// without taking the focus; returns it once it is mapped.
+Window openMonitorWindow(const Monitor& monitor, const char* title);
 
 void exposeWin(int x0, int y0, int x1, int y1);
 void resizeBuffer(int width, int height);
@@ -69,5 +72,6 @@ int waitEvent(int timeout_ms);
 const int EVENT_MOTION = 0x7FFFFFFF;
 const int EVENT_RESIZE = 0x7FFFFFFE;
 const int EVENT_CLOSE = 0x7FFFFFFD;  // the window manager asks the window to close
+const int EVENT_CONSOLE_RESIZE = 0x7FFFFFFC;  // the console window has a new size (x, y)
 const int EVENT_BUTTON = 256;  // button b is reported as EVENT_BUTTON + b
 const unsigned NO_SYMBOL = 0xFFFFFF;

@@ -12,20 +12,22 @@ namespace {
 
 const int glyph_inverted_question = 127;   // character 191
 
-// The frame-buffer pixel at (x, y), or null outside the buffer. The unsigned comparison
-// clips negative coordinates as well.
-Color* pixelAt(int x, int y) {
-    if ((unsigned)x >= (unsigned)win_width || (unsigned)y >= (unsigned)win_height) return nullptr;
-    return &win_data[y * win_width + x];
+Canvas frameBuffer() { return Canvas{win_data, win_width, win_height}; }
+
+// The canvas pixel at (x, y), or null outside it. The unsigned comparison clips negative
+// coordinates as well.
+Color* pixelAt(const Canvas& c, int x, int y) {
+    if ((unsigned)x >= (unsigned)c.width || (unsigned)y >= (unsigned)c.height) return nullptr;
+    return &c.data[y * c.width + x];
 }
 
-void plot(int x, int y, Color color) {
-    if (Color* p = pixelAt(x, y)) *p = color;
+void plot(const Canvas& c, int x, int y, Color color) {
+    if (Color* p = pixelAt(c, x, y)) *p = color;
 }
 
 // Two thirds of the way from the old pixel to the colour; the fourth byte becomes 0.
-void blend(int x, int y, Color color) {
-    Color* p = pixelAt(x, y);
+void blend(const Canvas& c, int x, int y, Color color) {
+    Color* p = pixelAt(c, x, y);
     if (!p) return;
     p->r = (p->r + 2 * color.r) / 3;
     p->g = (p->g + 2 * color.g) / 3;
@@ -33,25 +35,30 @@ void blend(int x, int y, Color color) {
     p->transparency = 0;
 }
 
-void drawBigGlyph(int g, int x, int y, Color color) {
+// Every set font pixel becomes a scale x scale block.
+void drawBigGlyph(const Canvas& c, int g, int x, int y, Color color, int scale) {
     for (int row = 0; row < 24; row++) {
         unsigned bits = bigGlyphRow(g, row);
-        for (int bit = 14; bit >= 0; bit--)
-            if (bits >> bit & 1) plot(x + 14 - bit, y + row, color);
+        for (int bit = 14; bit >= 0; bit--) {
+            if (!(bits >> bit & 1)) continue;
+            int px = x + (14 - bit) * scale, py = y + row * scale;
+            for (int dy = 0; dy < scale; dy++)
+                for (int dx = 0; dx < scale; dx++) plot(c, px + dx, py + dy, color);
+        }
     }
 }
 
 // Each output column k shows the bit pair (15 - 2k, 14 - 2k): both set draws the colour,
 // one set blends it in.
-void drawCompactGlyph(int g, int x, int y, Color color) {
+void drawCompactGlyph(const Canvas& c, int g, int x, int y, Color color) {
     for (int row = 0; row < 24; row++) {
         unsigned bits = bigGlyphRow(g, row);
         for (int k = 0; k < 8; k++) {
             unsigned pair = bits >> (14 - 2 * k) & 3;
             if (pair == 3)
-                plot(x + k, y + row, color);
+                plot(c, x + k, y + row, color);
             else if (pair)
-                blend(x + k, y + row, color);
+                blend(c, x + k, y + row, color);
         }
     }
 }
@@ -70,6 +77,7 @@ unsigned bigGlyphRow(int g, int row) {
 }
 
 void putText(const char* text, int x, int y, Color color, int halign, int valign) {
+    Canvas canvas = frameBuffer();
     int n = strlen(text);
     if (halign == 0) x -= (8 * n) >> 1;
     if (halign == 1) x -= 8 * n;
@@ -79,22 +87,29 @@ void putText(const char* text, int x, int y, Color color, int halign, int valign
         const unsigned char* glyph = &font8[(unsigned char)text[i] * 8];
         for (int row = 0; row < 8; row++)
             for (int bit = 7; bit >= 0; bit--)
-                if (glyph[row] >> bit & 1) plot(x + 7 - bit, y + row, color);
+                if (glyph[row] >> bit & 1) plot(canvas, x + 7 - bit, y + row, color);
     }
 }
 
-void putBigText(const char* text, int x, int y, Color color, int halign, int valign, bool compact) {
-    int n = strlen(text);
-    int w = compact ? 8 : 15;
+// Moves (x, y) from the alignment point to the top left corner of text n glyphs of w x h wide.
+static void align(int& x, int& y, int n, int w, int h, int halign, int valign) {
     if (halign == 0) x -= w * n / 2;
     if (halign == 1) x -= w * n;
-    if (valign == 0) y -= 12;
-    if (valign == 1) y -= 24;
-    for (int i = 0; i < n; i++, x += w) {
-        int g = bigGlyphIndex(text[i]);
-        if (compact)
-            drawCompactGlyph(g, x, y, color);
-        else
-            drawBigGlyph(g, x, y, color);
-    }
+    if (valign == 0) y -= h / 2;
+    if (valign == 1) y -= h;
+}
+
+void putBigText(const char* text, int x, int y, Color color, int halign, int valign, bool compact) {
+    if (!compact) return putBigTextOn(frameBuffer(), text, x, y, color, halign, valign, 1);
+    Canvas canvas = frameBuffer();
+    int n = strlen(text);
+    align(x, y, n, 8, 24, halign, valign);
+    for (int i = 0; i < n; i++, x += 8) drawCompactGlyph(canvas, bigGlyphIndex(text[i]), x, y, color);
+}
+
+void putBigTextOn(const Canvas& canvas, const char* text, int x, int y, Color color, int halign, int valign,
+                  int scale) {
+    int n = strlen(text), w = 15 * scale;
+    align(x, y, n, w, 24 * scale, halign, valign);
+    for (int i = 0; i < n; i++, x += w) drawBigGlyph(canvas, bigGlyphIndex(text[i]), x, y, color, scale);
 }
