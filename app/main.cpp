@@ -1,9 +1,11 @@
 // view_slides: unpacks the slide archive appended to its own file (or named on the command line)
 // and shows it, or exports it as PNG files.
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
+#include "show/notes.h"
 #include "show/unpack.h"
 #include "app/view.h"
 #include "cmdline/cmdline.h"
@@ -61,7 +63,7 @@ static const char* help =
     "    Escape, F5                 End a blank or drop the digits; they never quit\n"
     "    q                          Quit";
 
-static void fail(const char* fmt, ...) {
+[[noreturn]] static void fail(const char* fmt, ...) {
     fflush(stdout);
     va_list args;
     va_start(args, fmt);
@@ -80,28 +82,62 @@ static RunMode runMode() {
 
 static bool isAbsent(const CmdLine::Value& v) { return v.type == CmdLine::Null && v.num == -1.0; }
 
-// The monitor that -monitor names (a number or a name), or the default one with -present;
-// null when the show is not presented.
-static bool chooseMonitor(bool present, CmdLine::Value named, Monitor& chosen) {
-    if (isAbsent(named) && !present) return false;
+// A talk lasts at most a day.
+static const double MAX_DURATION_MINUTES = 1440;
+
+// The talk's duration in whole seconds, at least one; 0 when none is given.
+static double durationSeconds(double minutes) {
+    if (std::isnan(minutes)) return 0;
+    return round(minutes * 60) < 1 ? 1 : round(minutes * 60);
+}
+
+static void checkMonitorSwitch(const CmdLine::Value& named, const char* name) {
     if (!isAbsent(named) && named.type != CmdLine::Num && named.type != CmdLine::Text)
-        CmdLine::fail("ERROR! Expected a monitor number or name as argument to switch: monitor\n");
+        CmdLine::fail("ERROR! Expected a monitor number or name as argument to switch: %s\n", name);
+}
+
+// The monitor a switch names (a number or a name), or `fallback` when it is absent; a monitor
+// that is not there is an error that lists those that are.
+static int monitorNamed(const vec<Monitor>& monitors, const CmdLine::Value& named, int fallback) {
+    int found = isAbsent(named)                ? fallback
+                : named.type == CmdLine::Text  ? findMonitor(monitors, named.text)
+                : named.num == (int)named.num ? findMonitor(monitors, (int)named.num)
+                                               : -1;
+    if (found >= 0) return found;
+    char list[1024];
+    describeMonitors(monitors, list, sizeof list);
+    if (named.type == CmdLine::Text) fail("There is no monitor %s; the monitors are: %s.", named.text, list);
+    fail("There is no monitor %g; the monitors are: %s.", named.num, list);
+}
+
+// Where a presented show goes: its monitor and, with the console, the console's.
+struct Monitors {
+    Monitor show;
+    bool console = false;
+    Monitor console_monitor;
+};
+
+// The monitors that -monitor and -console-monitor name, or the default ones.
+static Monitors chooseMonitors(const CmdLine::Value& named, bool console, const CmdLine::Value& console_named) {
+    checkMonitorSwitch(named, "monitor");
+    checkMonitorSwitch(console_named, "console-monitor");
     Display* d = connectDisplay();
     vec<Monitor> monitors;
     listMonitors(d, monitors);
     XCloseDisplay(d);
-    int found = isAbsent(named)                ? defaultMonitor(monitors)
-                : named.type == CmdLine::Text  ? findMonitor(monitors, named.text)
-                : named.num == (int)named.num ? findMonitor(monitors, (int)named.num)
-                                               : -1;
-    if (found < 0) {
-        char list[1024];
-        describeMonitors(monitors, list, sizeof list);
-        if (named.type == CmdLine::Text) fail("There is no monitor %s; the monitors are: %s.", named.text, list);
-        fail("There is no monitor %g; the monitors are: %s.", named.num, list);
-    }
-    chosen = monitors[found];
-    return true;
+    Monitors chosen;
+    int show = monitorNamed(monitors, named, defaultMonitor(monitors));
+    chosen.show = monitors[show];
+    if (!console) return chosen;
+    char text[1024];
+    describeMonitors(monitors, text, sizeof text);
+    if (monitors.size < 2) fail("The console needs a second monitor; the only one is %s.", text);
+    int at = monitorNamed(monitors, console_named, defaultConsoleMonitor(monitors, show));
+    describeMonitor(monitors, show, text, sizeof text);
+    if (at == show) fail("The show is presented on monitor %s; the console needs another one.", text);
+    chosen.console = true;
+    chosen.console_monitor = monitors[at];
+    return chosen;
 }
 
 static const char* const end_of_archive = "Unexpected end of the slide archive.";
@@ -131,11 +167,22 @@ int main(int argc, char** argv) {
     if (CmdLine::getSwitch_Null("debug")) debug = true;
     bool present = CmdLine::getSwitch_Null("present");
     CmdLine::Value named_monitor = CmdLine::getSwitch("monitor", CmdLine::Value_ERR);
+    bool console = CmdLine::getSwitch_Null("console");
+    CmdLine::Value console_monitor = CmdLine::getSwitch("console-monitor", CmdLine::Value_ERR);
+    double minutes = CmdLine::getSwitch_Num("duration", NAN);
+    if (!std::isnan(minutes) && !(minutes > 0 && minutes <= MAX_DURATION_MINUTES))
+        CmdLine::fail("ERROR! The talk's duration is a number of minutes above 0 and at most %g: duration=%g\n",
+                      MAX_DURATION_MINUTES, minutes);
+    bool start_given = !isAbsent(CmdLine::getSwitch("start", CmdLine::Value_ERR));
     int start_slide = CmdLine::getSwitch_Int("start", 1);
     if (start_slide < 1) CmdLine::fail("ERROR! Slides are counted from 1: start=%d\n", start_slide);
     CmdLine::assertCmdlineRead();
-    Monitor monitor;
-    bool presenting = mode == RUN_VIEW && chooseMonitor(present, named_monitor, monitor);
+    // The console's switches imply the console, and the console and -monitor imply presenting.
+    console = console || !isAbsent(console_monitor) || !std::isnan(minutes);
+    present = present || !isAbsent(named_monitor) || console;
+    bool presenting = mode == RUN_VIEW && present;
+    Monitors monitors;
+    if (presenting) monitors = chooseMonitors(named_monitor, console, console_monitor);
 
     File archive;
     archive.open(path, "rb");
@@ -157,12 +204,20 @@ int main(int argc, char** argv) {
         error = "Out of memory while unpacking the slide show.";
     }
     if (error) fail("%s", error);
+    ShowNotes notes;
+    if (monitors.console && (error = readNotes(archive, index, notes))) fail("%s", error);
 
     if (mode == RUN_VIEW) {
         if (show.images.size == 0) fail("The slide archive holds no screens.");
         ViewOptions options;
         options.first_screen = firstScreenOfSlide(show.flags, start_slide);
-        options.monitor = presenting ? &monitor : nullptr;
+        options.monitor = presenting ? &monitors.show : nullptr;
+        if (monitors.console) {
+            options.console.monitor = &monitors.console_monitor;
+            options.console.notes = &notes;
+            options.console.duration = durationSeconds(minutes);
+            options.console.clock_running = start_given;
+        }
         view(show.images, show.flags, options);
     }
     archive.close();

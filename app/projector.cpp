@@ -31,11 +31,12 @@ Box number_box;  // where the number box was drawn last; empty when there is non
 Box framed;      // the picture of the last frame sent whole, which has black all around it
 
 Box placement(const Picture& p) {
+    Rect r = placeIn(Rect{0, 0, win_width, win_height}, p.width, p.height);
     Box b;
-    b.x0 = (win_width - p.width) / 2;
-    b.y0 = (win_height - p.height) / 2;
-    b.x1 = b.x0 + p.width;
-    b.y1 = b.y0 + p.height;
+    b.x0 = r.x;
+    b.y0 = r.y;
+    b.x1 = r.x + r.width;
+    b.y1 = r.y + r.height;
     return b;
 }
 

@@ -20,6 +20,10 @@ void fitInto(int width, int height, int box_width, int box_height, int& out_widt
     if (out_height < 1) out_height = 1;
 }
 
+Rect placeIn(const Rect& box, int width, int height) {
+    return Rect{box.x + (box.width - width) / 2, box.y + (box.height - height) / 2, width, height};
+}
+
 static double triangle(double x) {
     x = fabs(x);
     return x < 1 ? 1 - x : 0;

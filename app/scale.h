@@ -1,12 +1,20 @@
-// Resampling a screen to another size: a separable triangle (bilinear) filter with pixel centres
-// aligned, widened to the source pixels' spacing when shrinking so that nothing aliases.
+// Fitting pictures into boxes, and resampling them to another size: a separable triangle
+// (bilinear) filter with pixel centres aligned, widened to the source pixels' spacing when
+// shrinking so that nothing aliases.
 #pragma once
 #include "show/image.h"
 #include "support/vec.h"
 
+struct Rect {
+    int x, y, width, height;
+};
+
 // The size of a width x height picture scaled to fit a box_width x box_height box with its
 // aspect ratio kept: one side fills the box, the other is rounded to the nearest pixel.
 void fitInto(int width, int height, int box_width, int box_height, int& out_width, int& out_height);
+
+// Where a picture of width x height goes in a box: in its middle.
+Rect placeIn(const Rect& box, int width, int height);
 
 // The source pixels and 8-bit weights (summing to 256) of every output pixel along one axis.
 struct Taps {

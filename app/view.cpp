@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "app/projector.h"
 #include "app/session_idle.h"
@@ -69,7 +70,7 @@ int firstScreenOfSlide(const vec<bool>& flags, int slide) {
 enum Action {
     NEXT, PREV, NEXT_AT_ONCE, PREV_AT_ONCE, SLIDE_AHEAD_AT_ONCE, SLIDE_BACK_AT_ONCE, SLIDE_AHEAD, SLIDE_BACK,
     FIRST, LAST, SECTION_C_KEY, SECTION_R_KEY, SECTION_E_KEY, SECTION_M_KEY, QUIT,
-    BLACK, WHITE, CANCEL, GO, ERASE, NOTHING
+    BLACK, WHITE, CANCEL, GO, ERASE, RESET_CLOCK, NOTHING
 };
 
 struct KeyBinding {
@@ -91,6 +92,11 @@ static const KeyBinding window_keys[] = {
 static const KeyBinding presenting_keys[] = {
     {XK_Next, NEXT}, {XK_Prior, PREV}, {XK_b, BLACK}, {XK_period, BLACK}, {XK_KP_Decimal, BLACK},
     {XK_w, WHITE}, {XK_comma, WHITE}, {XK_Escape, CANCEL}, {XK_F5, CANCEL}, {NO_SYMBOL, CANCEL},
+};
+
+// The console's keys: they neither end a blank nor drop a number being typed.
+static const KeyBinding console_keys[] = {
+    {XK_t, RESET_CLOCK},
 };
 
 // Keys that mean something else while a slide number is being typed.
@@ -145,6 +151,15 @@ struct Viewer {
     bool blank = false;
     Color blank_color = {0, 0, 0, 0};
     char digits[MAX_DIGITS + 1] = "";
+    Console* console = nullptr;  // the presenter's console, when there is one
+
+    AudienceView audience() const {
+        AudienceView v;
+        v.screen = cur;
+        v.blank = blank;
+        v.blank_color = blank_color;
+        return v;
+    }
 
     const Painter& paint() const { return presenting ? projector_painter : window_painter; }
     int count() const { return images.size; }
@@ -211,6 +226,7 @@ struct Viewer {
             break;
         case ERASE: editDigits(1, -1); break;
         case CANCEL: if (digits[0]) editDigits(MAX_DIGITS, -1); break;
+        case RESET_CLOCK: console->resetClock(); break;
         case NOTHING: break;
         }
         return true;
@@ -225,6 +241,8 @@ struct Viewer {
         }
         unsigned sym = presentingSym(code);
         if (keyIsModifier((int)sym)) return true;
+        Action action = NOTHING;
+        if (console && lookUp(console_keys, sym, action)) return act(action, target);
         if (blank && sym != XK_q) {
             blank = false;
             redraw();
@@ -235,7 +253,6 @@ struct Viewer {
             editDigits(0, digit);
             return true;
         }
-        Action action = NOTHING;
         bool typing = digits[0] != 0;
         if (typing && lookUp(typing_keys, sym, action)) return act(action, target);
         if (typing) editDigits(MAX_DIGITS, -1);  // any other key drops the number
@@ -266,6 +283,8 @@ struct Viewer {
         if (code == EVENT_CLOSE) return false;
         if (code == EVENT_RESIZE) {
             redraw();  // the frame buffer was reallocated at the new size
+        } else if (code == EVENT_CONSOLE_RESIZE) {
+            if (console) console->resized();
         } else if (code >= 1 && code <= 255) {
             if (!key(code, target)) return false;
         } else if (code > EVENT_BUTTON && code <= EVENT_BUTTON + 255) {
@@ -287,19 +306,27 @@ static double seconds() {
 
 static const double POINTER_REST = 2.0;  // seconds at rest before the pointer hides
 
-// While presenting: the pointer shows while the mouse moves and hides after a rest, and the next
-// screen's picture is made while nothing else is to be done.
+static int sooner(int a_ms, int b_ms) { return a_ms < 0 ? b_ms : b_ms < 0 || a_ms < b_ms ? a_ms : b_ms; }
+
+// While presenting: the pointer shows while the mouse moves and hides after a rest, the pictures
+// the next move needs are made while nothing else is to be done, and the console's clocks go on.
 struct PresentingWait {
     bool pointer_shown = false;
     double moved = 0;
 
     void wait(Viewer& v) {
         if (!waitEvent(0) && v.cur + 1 < v.count()) projectorPrepare(v.images[v.cur + 1]);
+        while (v.console && !waitEvent(0) && v.console->prepare()) {
+        }
         for (;;) {
             int left = pointer_shown ? (int)((moved + POINTER_REST - seconds()) * 1000) + 1 : -1;
+            if (v.console) left = sooner(left, v.console->msToTick());
             if (waitEvent(left)) return;
-            hidePointer(true);
-            pointer_shown = false;
+            if (pointer_shown && seconds() >= moved + POINTER_REST) {
+                hidePointer(true);
+                pointer_shown = false;
+            }
+            if (v.console) v.console->tick();
         }
     }
 
@@ -325,15 +352,21 @@ void view(vec<Image>& images, vec<bool>& flags, const ViewOptions& options) {
         openWin(images[0].width, images[0].height, title);
     viewer.cur = viewer.prev = options.first_screen;
     viewer.paint().draw(images[options.first_screen]);
+    std::unique_ptr<Console> console;
+    if (options.monitor && options.console.monitor)
+        console.reset(new Console(images, flags, options.console, viewer.audience()));
+    viewer.console = console.get();
     PresentingWait presenting;
     int code = 0, x = 0, y = 0;
     for (;;) {
         viewer.show();
+        if (viewer.console) viewer.console->follow(viewer.audience());
         if (viewer.presenting) presenting.wait(viewer);
         nextEvent(&code, &x, &y);
         if (viewer.presenting && code == EVENT_MOTION) presenting.moving();
         if (!viewer.event(code)) break;
     }
+    console.reset();
     closeWin();
 }
 

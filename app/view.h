@@ -1,5 +1,6 @@
 // The interactive slide show and its scrolling transitions.
 #pragma once
+#include "app/console.h"
 #include "show/image.h"
 #include "support/vec.h"
 
@@ -12,6 +13,7 @@ extern bool trans_probed;   // the step has been measured
 struct ViewOptions {
     int first_screen = 0;              // the screen shown first
     const Monitor* monitor = nullptr;  // present on this monitor; null: the window of the screens' size
+    ConsoleOptions console;            // the presenter's console while presenting, when it has a monitor
 };
 
 // Opens the window, shows the screens until the user quits, closes the window.

@@ -61,6 +61,14 @@ int defaultMonitor(const vec<Monitor>& monitors) {
     return 0;
 }
 
+int defaultConsoleMonitor(const vec<Monitor>& monitors, int show) {
+    for (int i = 0; i < monitors.size; i++)
+        if (monitors[i].primary && i != show) return i;
+    for (int i = 0; i < monitors.size; i++)
+        if (i != show) return i;
+    return -1;
+}
+
 int findMonitor(const vec<Monitor>& monitors, int index) { return index >= 0 && index < monitors.size ? index : -1; }
 
 int findMonitor(const vec<Monitor>& monitors, const char* name) {
@@ -69,14 +77,18 @@ int findMonitor(const vec<Monitor>& monitors, const char* name) {
     return -1;
 }
 
+void describeMonitor(const vec<Monitor>& monitors, int i, char* out, size_t size) {
+    const Monitor& m = monitors[i];
+    snprintf(out, size, "%d%s%s %dx%d%+d%+d%s", i, m.name[0] ? " " : "", m.name, m.width, m.height, m.x, m.y,
+             m.primary ? " primary" : "");
+}
+
 void describeMonitors(const vec<Monitor>& monitors, char* out, size_t size) {
     size_t used = 0;
     out[0] = 0;
-    for (int i = 0; i < monitors.size && used < size; i++) {
-        const Monitor& m = monitors[i];
-        int n = snprintf(out + used, size - used, "%s%d%s%s %dx%d%+d%+d%s", i ? ", " : "", i, m.name[0] ? " " : "",
-                         m.name, m.width, m.height, m.x, m.y, m.primary ? " primary" : "");
-        if (n < 0) break;
-        used += (size_t)n;
+    for (int i = 0; i < monitors.size && used + 2 < size; i++) {
+        if (i) used += (size_t)snprintf(out + used, size - used, ", ");
+        describeMonitor(monitors, i, out + used, size - used);
+        used += strlen(out + used);
     }
 }

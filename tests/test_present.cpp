@@ -3,7 +3,6 @@
 // the projector are compared with Pillow's bilinear resample of the screens; keys go through
 // xdotool; the screen saver's state and the pointer's image are read from the server.
 #include <gtest/gtest.h>  // before Xlib, whose None macro would break it
-#include <X11/Xatom.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/Xfixes.h>
 #include <X11/extensions/scrnsaver.h>
@@ -11,166 +10,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <cstdlib>
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "helpers/presenting.h"
 #include "helpers/run.h"
 #include "helpers/session_bus.h"
 #include "helpers/viewer.h"
 #include "helpers/xsuite.h"
-#include "png/png.h"
 
 namespace {
-
-const char* const kPython = "/usr/bin/python3";
-
-struct Rect {
-    int x, y, width, height;
-};
-
-const Rect kLaptop = {0, 0, 1366, 768};
-const Rect kProjector = {1366, 0, 1920, 1080};
-
-// Ten screens of 160 x 120 in six slides: [0] [1 2 3] [4 5] [6] [7 8] [9]. On the projector
-// they fill 1440 x 1080 in the middle.
-TestShow tenScreens() { return {160, 120, {false, false, true, true, false, true, false, false, true, false}}; }
-const Rect kTenOnProjector = {240, 0, 1440, 1080};
-
-// The window's rectangle on the root window.
-Rect placeOf(Display* d, Window w) {
-    XWindowAttributes attr;
-    Rect r = {0, 0, 0, 0};
-    Window child;
-    if (!XGetWindowAttributes(d, w, &attr)) return r;
-    XTranslateCoordinates(d, w, DefaultRootWindow(d), 0, 0, &r.x, &r.y, &child);
-    r.width = attr.width;
-    r.height = attr.height;
-    return r;
-}
-
-bool sameRect(const Rect& a, const Rect& b) {
-    return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
-}
-
-std::string describe(const Rect& r) {
-    return std::to_string(r.width) + "x" + std::to_string(r.height) + "+" + std::to_string(r.x) + "+" +
-           std::to_string(r.y);
-}
-
-// An 8-bit channel as a visual of `bits` bits holds it and a capture reads it back.
-unsigned throughBits(unsigned v, int bits) {
-    if (bits >= 8) return v;
-    unsigned kept = v >> (8 - bits);
-    return kept * 255 / ((1u << bits) - 1);
-}
-
-// Pillow's resample of every screen of a show to one size, made once for each show and size.
-class References {
-public:
-    // The reference of screen i at width x height, or null when Pillow is not available.
-    const Bitmap* get(const TestShow& show, int i, int width, int height) {
-        std::string key = std::to_string(show.width) + "x" + std::to_string(show.height) + ":" +
-                          std::to_string(show.count()) + ":" + std::to_string(width) + "x" + std::to_string(height);
-        auto found = made_.find(key);
-        if (found == made_.end()) found = made_.emplace(key, make(show, width, height)).first;
-        std::vector<std::unique_ptr<Bitmap>>& all = found->second;
-        return i < (int)all.size() ? all[i].get() : nullptr;
-    }
-
-private:
-    std::map<std::string, std::vector<std::unique_ptr<Bitmap>>> made_;
-
-    static std::vector<std::unique_ptr<Bitmap>> make(const TestShow& show, int width, int height) {
-        std::vector<std::unique_ptr<Bitmap>> out;
-        TempDir tmp;
-        std::vector<std::string> argv = {kPython, std::string(SLIDES_SOURCE_DIR) + "/tests/resample.py",
-                                         std::to_string(width), std::to_string(height)};
-        Bitmap screen;
-        screen.data = allocPixels(show.width, show.height);
-        screen.width = show.width;
-        screen.height = show.height;
-        for (int i = 0; i < show.count(); i++) {
-            for (int y = 0; y < show.height; y++)
-                for (int x = 0; x < show.width; x++) screen.at(x, y) = screenPixel(i, x, y);
-            std::string in = tmp.file("in" + std::to_string(i) + ".png");
-            writePng(in.c_str(), screen);
-            argv.push_back(in);
-            argv.push_back(tmp.file("out" + std::to_string(i) + ".png"));
-        }
-        if (runProgram(argv).status != 0) return out;
-        for (int i = 0; i < show.count(); i++) {
-            out.emplace_back(new Bitmap);
-            if (!readPng(tmp.file("out" + std::to_string(i) + ".png").c_str(), *out.back())) return {};
-        }
-        return out;
-    }
-};
-
-References references;
-
-struct Difference {
-    double mean = 1e9;      // mean absolute difference a channel inside the picture
-    long long stray = 0;    // pixels of the black bands that are not black
-    std::string problem;    // why nothing could be compared
-};
-
-// Compares a capture of the window with the reference placed at `picture`, black around it.
-Difference compareWithReference(const Pixels& p, const Bitmap& ref, const Rect& picture, int depth) {
-    Difference d;
-    if (p.width == 0) {
-        d.problem = "no capture";
-        return d;
-    }
-    int bits[3] = {8, 8, 8};
-    if (depth == 16) bits[0] = 5, bits[1] = 6, bits[2] = 5;
-    long long total = 0;
-    for (int y = 0; y < p.height; y++)
-        for (int x = 0; x < p.width; x++) {
-            const unsigned char* got = &p.rgb[((size_t)y * p.width + x) * 3];
-            int px = x - picture.x, py = y - picture.y;
-            if (px < 0 || py < 0 || px >= picture.width || py >= picture.height) {
-                if (got[0] || got[1] || got[2]) d.stray++;
-                continue;
-            }
-            Color c = ref.data[(size_t)py * ref.width + px];
-            unsigned want[3] = {c.r, c.g, c.b};
-            for (int k = 0; k < 3; k++) total += std::abs((int)got[k] - (int)throughBits(want[k], bits[k]));
-        }
-    d.mean = (double)total / (3.0 * picture.width * picture.height);
-    return d;
-}
-
-// Every pixel of the capture has this colour (as the visual holds it).
-bool allOneColour(const Pixels& p, unsigned char v) {
-    if (p.width == 0) return false;
-    for (unsigned char c : p.rgb)
-        if (c != v) return false;
-    return true;
-}
 
 // Asks the window manager to close the window, as a task bar does.
 void askWmToClose(Display* d, Window w) {
     const long from_pager = 2;
     sendClientMessage(d, DefaultRootWindow(d), w, "_NET_CLOSE_WINDOW", CurrentTime, from_pager,
                       SubstructureRedirectMask | SubstructureNotifyMask);
-}
-
-bool hasFullscreenState(Display* d, Window w) {
-    Atom type;
-    int format;
-    unsigned long count = 0, left;
-    unsigned char* data = nullptr;
-    Atom fullscreen = XInternAtom(d, "_NET_WM_STATE_FULLSCREEN", False);
-    XGetWindowProperty(d, w, XInternAtom(d, "_NET_WM_STATE", False), 0, 64, False, XA_ATOM, &type, &format, &count,
-                       &left, &data);
-    bool found = false;
-    for (unsigned long i = 0; i < count && data; i++) found = found || ((Atom*)data)[i] == fullscreen;
-    if (data) XFree(data);
-    return found;
 }
 
 int screenSaverState(Display* d) {
@@ -191,73 +46,6 @@ bool pointerVisible(Display* d) {
     return visible;
 }
 
-template <class F>
-bool within(int ms, F ready) {
-    for (int waited = 0; waited < ms; waited += 20) {
-        if (ready()) return true;
-        sleepMs(20);
-    }
-    return ready();
-}
-
-// Presenting tests on one two-monitor server (the fixture's type parameter).
-template <class Server>
-class Presenting : public Server {
-protected:
-    TempDir tmp_;
-    Display* look_ = nullptr;
-
-    void SetUp() override {
-        Server::SetUp();
-        if (testing::Test::IsSkipped()) return;
-        if (access(kPython, X_OK) != 0 || system("/usr/bin/python3 -c 'import PIL' 2>/dev/null") != 0)
-            GTEST_SKIP() << "no Pillow for /usr/bin/python3 (python3-pil); presenting tests skipped";
-        look_ = this->server->connect();
-        ASSERT_NE(look_, nullptr);
-    }
-    void TearDown() override {
-        if (look_) XCloseDisplay(look_);
-    }
-
-    std::string archive(const TestShow& show) {
-        std::string path = tmp_.file(std::to_string(show.width) + "x" + std::to_string(show.height) + ".slides");
-        if (access(path.c_str(), R_OK) != 0) writeShow(path, show);
-        return path;
-    }
-
-    // Waits until the window shows screen i of the show scaled into `picture` as Pillow does it.
-    testing::AssertionResult presents(RunningViewer& v, const TestShow& show, int i, const Rect& picture) {
-        const Bitmap* ref = references.get(show, i, picture.width, picture.height);
-        if (!ref) return testing::AssertionFailure() << "Pillow made no reference";
-        Difference d;
-        bool same = within(5000, [&] {
-            d = compareWithReference(captureWindow(look_, v.window()), *ref, picture, Server::depth);
-            return d.problem.empty() && d.mean <= 0.75 && d.stray == 0;
-        });
-        if (same) return testing::AssertionSuccess() << "mean difference " << d.mean;
-        return testing::AssertionFailure() << "screen " << i << " not shown: mean difference " << d.mean << ", "
-                                           << d.stray << " band pixels not black " << d.problem;
-    }
-
-    testing::AssertionResult blank(RunningViewer& v, unsigned char level) {
-        if (within(5000, [&] { return allOneColour(captureWindow(look_, v.window()), level); }))
-            return testing::AssertionSuccess();
-        return testing::AssertionFailure() << "the window is not all " << (int)level;
-    }
-
-    testing::AssertionResult placed(RunningViewer& v, const Rect& want) {
-        Rect got;
-        if (within(5000, [&] { return sameRect(got = placeOf(look_, v.window()), want); }))
-            return testing::AssertionSuccess();
-        return testing::AssertionFailure() << "the window is at " << describe(got) << ", not " << describe(want);
-    }
-};
-
-using Bare24 = TwoMonitors<24, false>;
-using Bare16 = TwoMonitors<16, false>;
-using Openbox24 = TwoMonitors<24, true>;
-using Openbox16 = TwoMonitors<16, true>;
-
 // ---- without a window manager, at depths 24 and 16 -----------------------------------------------
 
 template <class Server>
@@ -269,7 +57,7 @@ TYPED_TEST(PresentingBare, FillsTheProjectorScaledLikePillow) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-present"});
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(this->placed(v, kProjector));
+    EXPECT_TRUE(this->placed(v.window(), kProjector));
     auto first = this->presents(v, show, 0, kTenOnProjector);
     EXPECT_TRUE(first);
     printf("projector capture against Pillow's bilinear resample, depth %d: %s\n", TypeParam::depth, first.message());
@@ -406,7 +194,7 @@ TYPED_TEST(PresentingBare, MonitorByNumberOrNameShowsExactPixelsAtTheirSize) {
     for (const char* monitor : {"-monitor=0", "--monitor=laptop"}) {
         RunningViewer v(*this->server, show, this->archive(show), {monitor});
         ASSERT_TRUE(v.ok()) << monitor;
-        EXPECT_TRUE(this->placed(v, kLaptop)) << monitor;
+        EXPECT_TRUE(this->placed(v.window(), kLaptop)) << monitor;
         EXPECT_TRUE(v.shows(0)) << monitor;
         v.key("Next");
         EXPECT_TRUE(v.shows(1)) << monitor;
@@ -520,7 +308,7 @@ TYPED_TEST(PresentingOpenbox, FullScreenOnTheProjector) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-present"});
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(this->placed(v, kProjector));
+    EXPECT_TRUE(this->placed(v.window(), kProjector));
     EXPECT_TRUE(within(5000, [&] { return hasFullscreenState(this->look_, v.window()); }));
     EXPECT_TRUE(this->presents(v, show, 0, kTenOnProjector));
     v.key("Next");
@@ -539,7 +327,7 @@ TYPED_TEST(PresentingOpenbox, FullScreenOnTheChosenMonitor) {
     TestShow show = {1366, 768, {false, false}};
     RunningViewer v(*this->server, show, this->archive(show), {"-monitor=laptop"});
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(this->placed(v, kLaptop));
+    EXPECT_TRUE(this->placed(v.window(), kLaptop));
     EXPECT_TRUE(v.shows(0));
     EXPECT_EQ(v.quitWith("q"), 0);
 }
@@ -548,7 +336,7 @@ TYPED_TEST(PresentingOpenbox, ClosingFromTheWindowManagerEndsTheShow) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-present"});
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(this->placed(v, kProjector));
+    EXPECT_TRUE(this->placed(v.window(), kProjector));
     askWmToClose(this->look_, v.window());
     EXPECT_EQ(v.finish(), 0);
 }

@@ -13,10 +13,11 @@ const char* const kTitle = "Marrowgate -- Pell Ormsby, KVORM 2007";
 
 Color screenPixel(int i, int x, int y) {
     unsigned char band = (unsigned char)(((x / 8 + y / 8) & 1) * 40);
-    return Color{(unsigned char)(i & 0xFF), (unsigned char)(40 + (i >> 8) * 60 + band), (unsigned char)(200 - y % 100), 0};
+    return Color{(unsigned char)(i * 53 & 0xFF), (unsigned char)(40 + (i >> 8) * 60 + band), (unsigned char)(200 - y % 100),
+                 0};
 }
 
-void writeShow(const std::string& path, const TestShow& show) {
+void writeShow(const std::string& path, const TestShow& show, const ShowNotes* notes) {
     vec<vec<unsigned char> > backgrounds;
     Bitmap bitmap;
     bitmap.data = allocPixels(show.width, show.height);
@@ -34,7 +35,7 @@ void writeShow(const std::string& path, const TestShow& show) {
         compress(bitmap, r.payload, false);
         flags.push(show.flags[i]);
     }
-    writeArchiveFile(path, ARCHIVE_SEPARATE, "", backgrounds, screens, flags);
+    writeArchiveFile(path, ARCHIVE_SEPARATE, "", backgrounds, screens, flags, notes);
 }
 
 void sleepMs(int ms) {

@@ -8,13 +8,15 @@
 #include <vector>
 
 #include "codec/bitmap.h"
+#include "show/notes.h"
 #include "run.h"
 #include "xserver.h"
 
 extern const char* const kTitle;  // the viewer's window title
 
 // The colour of pixel (x, y) of test screen i: a per-screen colour with a stripe pattern, so
-// that screens and their rows are told apart.
+// that screens and their rows are told apart. Neighbouring screens differ by 53 in red, so
+// that a resampled screen is never mistaken for its neighbour either.
 Color screenPixel(int i, int x, int y);
 
 struct TestShow {
@@ -23,8 +25,9 @@ struct TestShow {
     int count() const { return (int)flags.size(); }
 };
 
-// Writes the test show as a separate archive: one background, every screen coded whole.
-void writeShow(const std::string& path, const TestShow& show);
+// Writes the test show as a separate archive: one background, every screen coded whole; with
+// the notes when they are given.
+void writeShow(const std::string& path, const TestShow& show, const ShowNotes* notes = nullptr);
 
 void sleepMs(int ms);
 
