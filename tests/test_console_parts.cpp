@@ -5,6 +5,7 @@
 
 #include "app/console_layout.h"
 #include "app/console_text.h"
+#include "display/monitors.h"
 
 namespace {
 
@@ -121,6 +122,25 @@ TEST(ConsoleText, ClockIsLocalHoursAndMinutes) {
     char want[8];
     snprintf(want, sizeof want, "%02d:%02d", local.tm_hour, local.tm_min);
     EXPECT_STREQ(clockLine(t).text, want);
+}
+
+vec<Monitor>& monitors(vec<Monitor>& list, std::initializer_list<bool> primary) {
+    list.clear();
+    for (bool p : primary) {
+        Monitor& m = list.push(Monitor());
+        m.primary = p;
+    }
+    return list;
+}
+
+TEST(ConsoleMonitor, ThePrimaryWhenTheShowIsElsewhereElseTheFirstOther) {
+    vec<Monitor> list;
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {true, false}), 1), 0);   // laptop, projector
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {true, false}), 0), 1);   // the show on the laptop
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {false, false, true}), 0), 2);
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {false, false, true}), 2), 0);
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {false, false}), 0), 1);  // no primary
+    EXPECT_EQ(defaultConsoleMonitor(monitors(list, {true}), 0), -1);         // no second monitor
 }
 
 }  // namespace

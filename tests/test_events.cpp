@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "display/console_win.h"
+#include "display/monitors.h"
 #include "display/win.h"
 #include "helpers/xsuite.h"
 
@@ -106,6 +108,36 @@ TEST_F(Events, PeekedResizeResizesTheBuffer) {
     EXPECT_EQ(code, EVENT_RESIZE);
     EXPECT_EQ(win_width, 120);
     EXPECT_EQ(win_height, 60);
+}
+
+// The console window's new size comes as its own event with its buffers resized, the designed
+// window's untouched; a move that keeps its size is not reported.
+TEST_F(Events, ConsoleResizeResizesTheConsoleOnly) {
+    Monitor m = {};
+    m.x = 300;
+    m.y = 50;
+    m.width = 100;
+    m.height = 80;
+    openConsoleWin(m, "console test");
+    int code, x, y;
+    XSync(display, False);
+    while (peekEvent(&code, &x, &y)) skipEvent();
+    XMoveWindow(look, console_win.window, 320, 60);
+    XResizeWindow(look, console_win.window, 130, 90);
+    expectQueued(2);
+    testing::internal::CaptureStdout();
+    nextEvent(&code, &x, &y);
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(code, EVENT_CONSOLE_RESIZE);
+    EXPECT_EQ(x, 130);
+    EXPECT_EQ(y, 90);
+    EXPECT_EQ(console_win.width, 130);
+    EXPECT_EQ(console_win.height, 90);
+    EXPECT_EQ(win_width, 200);
+    EXPECT_EQ(win_height, 150);
+    EXPECT_EQ(peekEvent(&code, &x, &y), 0);
+    closeConsoleWin();
 }
 
 TEST_F(Events, MotionThenKeyAreNotMerged) {

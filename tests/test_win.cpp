@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+#include "display/console_win.h"
+#include "display/monitors.h"
 #include "display/win.h"
 #include "helpers/xsuite.h"
 
@@ -222,6 +224,67 @@ TEST_F(Depth16, PartialUpdateUsesTheBufferStride) {
             bool in = x >= 13 && x < 41 && y >= 7 && y < 29;
             ASSERT_EQ(p.rawAt(x, y), in ? packed565(pattern(x, y)) : 0xFFFFu) << "at " << x << "," << y;
         }
+}
+
+// The console window: a frame buffer of its own, sent with the designed window's conversion; its
+// exposures repaint it from that buffer and leave the designed window alone. `held` gives the
+// value a capture holds for a colour.
+void checkConsoleWindow(Display* look, uint32_t (*held)(const Pixels&, int, int), uint32_t (*want)(Color)) {
+    fillBuffer(grey);
+    update(0, 0, W, H);
+    commit();
+    Monitor m = {};
+    m.x = 300;
+    m.y = 200;
+    m.width = 80;
+    m.height = 60;
+    openConsoleWin(m, "console test");
+    ASSERT_EQ(console_win.width, 80);
+    Color* frame = console_win.data;
+    auto paint = [&](Color (*colour)(int, int)) {
+        for (int y = 0; y < 60; y++)
+            for (int x = 0; x < 80; x++) frame[y * 80 + x] = colour(x, y);
+    };
+    auto showsIn = [&](Window w, int width, int height, Color (*colour)(int, int)) {
+        XSync(display, False);
+        Pixels p = captureWindow(look, w);
+        if (p.width != width) return false;
+        for (int y = 0; y < height; y++)
+            for (int x = 0; x < width; x++)
+                if (held(p, x, y) != want(colour(x, y))) return false;
+        return true;
+    };
+    auto shows = [&](Color (*colour)(int, int)) { return showsIn(console_win.window, 80, 60, colour); };
+    auto whiteAt = [](int, int) { return white; };
+    paint(whiteAt);
+    sendRect(console_win, 0, 0, 80, 60);
+    EXPECT_TRUE(shows(whiteAt));
+    paint(pattern);
+    sendRect(console_win, 0, 0, 80, 60);
+    EXPECT_TRUE(shows(pattern));
+
+    // An exposure of the console repaints it from its buffer, not the designed window.
+    paint([](int x, int y) { return x < 40 ? red : pattern(x, y); });
+    fillBuffer(white);  // not committed: the designed window keeps its grey
+    XClearArea(look, console_win.window, 0, 0, 0, 0, True);
+    XSync(look, False);
+    int code, x, y;
+    for (int tries = 0; tries < 50 && !shows([](int x, int y) { return x < 40 ? red : pattern(x, y); }); tries++) {
+        peekEvent(&code, &x, &y);
+        usleep(10000);
+    }
+    EXPECT_TRUE(shows([](int x, int y) { return x < 40 ? red : pattern(x, y); }));
+    EXPECT_TRUE(showsIn(window, W, H, [](int, int) { return grey; }));
+    closeConsoleWin();
+    EXPECT_EQ(console_win.window, 0u);
+}
+
+uint32_t rgbHeld(const Pixels& p, int x, int y) { return p.rgbAt(x, y); }
+uint32_t rawHeld(const Pixels& p, int x, int y) { return p.rawAt(x, y); }
+
+TEST_F(Depth24, ConsoleWindowHasItsOwnBufferAndTheSameConversion) { checkConsoleWindow(look, rgbHeld, rgbOf); }
+TEST_F(Depth16, ConsoleWindowHasItsOwnBufferAndTheSameConversion) {
+    checkConsoleWindow(look, rawHeld, packed565);
 }
 
 // A display number nobody serves.

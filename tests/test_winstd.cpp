@@ -301,6 +301,44 @@ TEST_F(TextTest, BigTextAlignments) {
     }
 }
 
+// At scale 3 every font pixel is a 3 x 3 block, on a canvas other than the frame buffer, which
+// is left alone; the alignments measure the scaled text.
+TEST_F(TextTest, ScaledBigTextOnACanvas) {
+    const int W = 120, H = 90, S = 3;
+    std::vector<Color> pixels(W * H, background);
+    Canvas canvas = {pixels.data(), W, H};
+    putBigTextOn(canvas, "Ag", 60, 45, color_White, 0, 0, S);  // 90 x 72, centred
+    int x0 = 60 - 90 / 2, y0 = 45 - 36;
+    for (int y = 0; y < H; y++)
+        for (int x = 0; x < W; x++) {
+            int cx = x - x0, cy = y - y0;
+            bool set = cx >= 0 && cx < 90 && cy >= 0 && cy < 72 &&
+                       bigBit(bigGlyphIndex("Ag"[cx / 45]), cx % 45 / S, cy / S);
+            ASSERT_TRUE(sameColor(pixels[y * W + x], set ? color_White : background)) << "at " << x << "," << y;
+        }
+    checkBuffer();  // the frame buffer is untouched
+}
+
+TEST_F(TextTest, ScaledBigTextIsClippedToTheCanvas) {
+    const int W = 40, H = 30;
+    std::vector<Color> memory(W * H + 2 * guard_pixels, guard);
+    Canvas canvas = {memory.data() + guard_pixels, W, H};
+    putBigTextOn(canvas, "WWW", -20, -10, color_White, 2, 2, 4);
+    putBigTextOn(canvas, "WWW", 30, 20, color_White, 2, 2, 4);
+    for (int i = 0; i < guard_pixels; i++) {
+        ASSERT_TRUE(sameColor(memory[i], guard)) << "written before the canvas";
+        ASSERT_TRUE(sameColor(memory[guard_pixels + W * H + i], guard)) << "written after the canvas";
+    }
+}
+
+TEST_F(TextTest, ScaleOneOnTheFrameBufferIsTheBigText) {
+    putBigTextOn(Canvas{win_data, win_width, win_height}, "Ag", 100, 50, color_White, 1, 1, 1);
+    std::vector<Color> scaled(win_data, win_data + win_size);
+    makeBuffer(160, 80);
+    putBigText("Ag", 100, 50, color_White, 1, 1, false);
+    EXPECT_TRUE(std::equal(scaled.begin(), scaled.end(), win_data, sameColor));
+}
+
 TEST_F(TextTest, CentringAnOddWidthRoundsTowardZero) {
     putBigText("A", 50, 40, color_White, 0, 2, false);   // 15 / 2 = 7
     expectBig(bigGlyphIndex('A'), 43, 40, color_White);
