@@ -19,6 +19,7 @@ namespace {
 const char* const title = "view_slides console";
 const Color background = {32, 32, 32, 0};
 const Color label_grey = {150, 150, 150, 0};
+const Color paper = {255, 255, 255, 0};  // what see-through pixels of a notes picture show
 
 // Pictures of the screens before, at and after the current one in the current box and the
 // next box, and their notes.
@@ -164,17 +165,17 @@ void Console::drawNotes(int screen) {
 }
 
 // The notes picture of the screen for the notes box: the kept one, or (when `make`) one made
-// from the decoded notes; null when the screen has no notes or they cannot be decoded.
+// from the decoded notes; null when the screen has no notes or they cannot be decoded. The
+// decoded page's pixels are reused from one notes picture to the next of the same size.
 const Picture* Console::notesPicture(int screen, bool make) {
     const vec<unsigned char>* stream = options_.notes->of(screen);
     if (!stream) return nullptr;
     const Rect& box = layout_.notes;
     const Picture* p = pictures_.find(stream, box.width, box.height);
     if (p || !make) return p;
-    Bitmap notes;
     const unsigned char* in = stream->data;
-    if (decompress(notes, in, in + stream->size)) return nullptr;
-    return &pictures_.make(stream, sourceOf(notes), box.width, box.height);
+    if (decompressOver(notes_page_, paper, in, in + stream->size)) return nullptr;
+    return &pictures_.make(stream, sourceOf(notes_page_), box.width, box.height);
 }
 
 void Console::drawPicture(const Rect& box, const Picture& p) {

@@ -55,6 +55,7 @@ private:
     AudienceView first_;   // what the audience saw first: the talk starts with the first change
     double started_ = -1;  // when the talk's clock started; negative while it has not
     int prepared_ = 0;     // the pictures looked at ahead since the last change
+    Bitmap notes_page_;    // the notes picture decoded last
 
     // What the window shows; `drawn` false makes the next follow draw everything.
     struct Shown {

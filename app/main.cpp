@@ -42,6 +42,12 @@ static const char* help =
     "    -present          Fill a whole monitor: the first that is not the primary one\n"
     "    -monitor=N|NAME   Present on monitor N (from 0) or NAME, as xrandr --listmonitors\n"
     "                      lists them\n"
+    "    -console          Present, with the presenter's console on another monitor: the\n"
+    "                      current and next screens, slide and step, clocks, the notes\n"
+    "    -console-monitor=N|NAME\n"
+    "                      The console's monitor; by default the primary one, or the\n"
+    "                      first other one when the show is on the primary\n"
+    "    -duration=MIN     The talk's length in minutes: the console shows the time left\n"
     "    -start=N          Begin at slide N (from 1)\n"
     "    -help             This text\n"
     "\n"
@@ -61,6 +67,7 @@ static const char* help =
     "    w, comma                   White screen; the next key or click shows the slide again\n"
     "    digits, then Return or g   Go to that slide (BackSpace takes a digit back)\n"
     "    Escape, F5                 End a blank or drop the digits; they never quit\n"
+    "    t                          Restart the talk's clock (with the console)\n"
     "    q                          Quit";
 
 [[noreturn]] static void fail(const char* fmt, ...) {

@@ -295,7 +295,7 @@ DeckFigures measureDeck(LoadedDeck& d, const std::string& archive) {
     f.peak = viewer.maxrss;
     f.viewer_status = viewer.status;
     f.draw = measureDrawing(show.images);
-    f.present = measurePresenting(show.images);
+    f.present = measurePresenting(show.images, show.flags, d.pages);
     releaseShow(show);
     return f;
 }
@@ -324,6 +324,11 @@ void printPresenting(const PresentFigures& p) {
            p.draw_1080_ms, p.redraw_1080_ms, p.draw_2160_ms, p.redraw_2160_ms);
     printScroll("Xvfb", p.xvfb);
     printScroll("Xorg's dummy driver", p.xorg);
+    printf("  console at 1366 x 768 on Xvfb depth 24, update after a move: %.2f ms, worst %.2f ms (target <= 16); "
+           "with notes %.2f ms, worst %.2f ms\n",
+           p.console.step_ms, p.console.step_worst_ms, p.console_notes.step_ms, p.console_notes.step_worst_ms);
+    printf("  console, a jump with nothing made ahead: %.2f ms, worst %.2f ms; with notes %.2f ms, worst %.2f ms\n",
+           p.console.jump_ms, p.console.jump_worst_ms, p.console_notes.jump_ms, p.console_notes.jump_worst_ms);
 }
 
 void printFigures(const LoadedDeck& d, const DeckFigures& f) {
@@ -375,7 +380,9 @@ std::string jsonFigures(const LoadedDeck& d, const DeckFigures& f) {
         o << ",\n     \"present_draw_1080_ms\": " << f.present.draw_1080_ms
           << ", \"present_draw_2160_ms\": " << f.present.draw_2160_ms
           << ", \"present_scroll_xvfb_ms\": " << f.present.xvfb.seconds * 1e3
-          << ", \"present_scroll_xorg_ms\": " << f.present.xorg.seconds * 1e3;
+          << ", \"present_scroll_xorg_ms\": " << f.present.xorg.seconds * 1e3
+          << ", \"console_move_ms\": " << f.present.console.step_ms
+          << ", \"console_move_notes_ms\": " << f.present.console_notes.step_ms;
     o << "}";
     return o.str();
 }

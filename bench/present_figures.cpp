@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <vector>
 
+#include "app/console.h"
 #include "app/projector.h"
 #include "app/view.h"
+#include "codec/codec.h"
 #include "display/monitors.h"
 #include "display/win.h"
 #include "xserver.h"
@@ -77,7 +79,69 @@ static ScrollFigure scrollOn(const XServer& x, vec<Image>& images) {
     return f;
 }
 
-PresentFigures measurePresenting(vec<Image>& images) {
+static const int CONSOLE_MOVES = 40;  // screens moved through, each with notes
+
+// The console's update for the view, timed until the server has it.
+static double followMs(Console& console, const AudienceView& view) {
+    double t0 = seconds();
+    console.follow(view);
+    XSync(display, False);
+    return (seconds() - t0) * 1e3;
+}
+
+// A console of 1366 x 768 beside the projector window: moves one screen forward at a time,
+// with the pictures made ahead between moves as the viewer does while idle, and jumps across
+// the show with nothing made ahead.
+static ConsoleFigure consoleMoves(vec<Image>& images, const vec<bool>& flags, const ShowNotes* notes) {
+    ConsoleFigure f;
+    Monitor laptop = {};
+    laptop.x = 1920;
+    laptop.width = 1366;
+    laptop.height = 768;
+    ConsoleOptions options;
+    options.monitor = &laptop;
+    options.notes = notes;
+    options.duration = 1800;
+    AudienceView view;
+    Console console(images, flags, options, view);
+    int n = std::min(images.size, CONSOLE_MOVES);
+    for (int k = 1; k < n; k++) {
+        while (console.prepare()) {
+        }
+        view.screen = k;
+        double ms = followMs(console, view);
+        f.step_ms += ms / (n - 1);
+        f.step_worst_ms = std::max(f.step_worst_ms, ms);
+    }
+    for (int k = 0; k < n; k++) {
+        view.screen = k % 2 ? n / 2 + k / 2 : k / 2;  // half the screens away each time
+        double ms = followMs(console, view);
+        f.jump_ms += ms / n;
+        f.jump_worst_ms = std::max(f.jump_worst_ms, ms);
+    }
+    return f;
+}
+
+// Notes for the first CONSOLE_MOVES screens: each screen's own picture, coded whole.
+static void screensAsNotes(const vec<Bitmap>& pages, ShowNotes& notes) {
+    for (int i = 0; i < pages.size; i++) {
+        notes.of_screen.push(i < CONSOLE_MOVES ? i : -1);
+        if (i < CONSOLE_MOVES) compress(const_cast<Bitmap&>(pages[i]), notes.pictures.push(), false);
+    }
+}
+
+static void consoleAt(const XServer& x, vec<Image>& images, const vec<bool>& flags, const vec<Bitmap>& pages,
+                      PresentFigures& f) {
+    ShowNotes notes;
+    screensAsNotes(pages, notes);
+    openPresentingWindow(x, 1920, 1080);
+    projectorDraw(images[0]);
+    f.console = consoleMoves(images, flags, nullptr);
+    f.console_notes = consoleMoves(images, flags, &notes);
+    closeWin();
+}
+
+PresentFigures measurePresenting(vec<Image>& images, const vec<bool>& flags, const vec<Bitmap>& pages) {
     PresentFigures f;
     if (images.size < 2) {
         f.skipped = "fewer than two screens";
@@ -92,6 +156,7 @@ PresentFigures measurePresenting(vec<Image>& images) {
         drawAt(x, images, 1920, 1080, f.draw_1080_ms, f.redraw_1080_ms);
         drawAt(x, images, 3840, 2160, f.draw_2160_ms, f.redraw_2160_ms);
         f.xvfb = scrollOn(x, images);
+        consoleAt(x, images, flags, pages, f);
     }
     XServer xorg(DummyXorg{24, 1920, 1080});
     f.xorg = scrollOn(xorg, images);

@@ -489,6 +489,13 @@ TEST(ConsoleErrors, ConsoleWithoutADisplayIsTheDisplayError) {
     EXPECT_NE(r.out.find("Error: Could not open display.\n"), std::string::npos) << r.out;
 }
 
+TEST(ConsoleErrors, HelpListsTheConsole) {
+    RunResult r = runProgram({buildProgram("view_slides"), "-help"}, "", {"DISPLAY=:1999"});
+    EXPECT_EQ(r.status, 0);
+    for (const char* text : {"-console ", "-console-monitor=N|NAME", "-duration=MIN", "Restart the talk's clock"})
+        EXPECT_NE(r.out.find(text), std::string::npos) << text;
+}
+
 std::vector<std::string> filesIn(const std::string& folder) {
     std::vector<std::string> names;
     DIR* dir = opendir(folder.c_str());
