@@ -42,10 +42,7 @@ static double drawMs(vec<Image>& images, bool fresh) {
 // A presenting window covering the top left width x height of the server's screen.
 static void openPresentingWindow(const XServer& x, int width, int height) {
     x.useInThisProcess();
-    Monitor m = {};
-    m.width = width;
-    m.height = height;
-    openMonitorWin(m, "bench");
+    openMonitorWin(monitorAt(0, 0, width, height, false), "bench");
 }
 
 static void drawAt(const XServer& x, vec<Image>& images, int width, int height, double& fresh, double& kept) {
@@ -94,10 +91,7 @@ static double followMs(Console& console, const AudienceView& view) {
 // the show with nothing made ahead.
 static ConsoleFigure consoleMoves(vec<Image>& images, const vec<bool>& flags, const ShowNotes* notes) {
     ConsoleFigure f;
-    Monitor laptop = {};
-    laptop.x = 1920;
-    laptop.width = 1366;
-    laptop.height = 768;
+    Monitor laptop = monitorAt(1920, 0, 1366, 768, true);
     ConsoleOptions options;
     options.monitor = &laptop;
     options.notes = notes;

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-static Monitor monitorAt(int x, int y, int width, int height, bool primary) {
+Monitor monitorAt(int x, int y, int width, int height, bool primary) {
     Monitor m = {};
     m.x = x;
     m.y = y;

@@ -11,6 +11,9 @@ struct Monitor {
     bool primary;
 };
 
+// A monitor without a name.
+Monitor monitorAt(int x, int y, int width, int height, bool primary);
+
 // Lists the monitors of the display's default screen; there is always at least one.
 void listMonitors(Display* d, vec<Monitor>& monitors);
 

@@ -126,10 +126,7 @@ TEST(ConsoleText, ClockIsLocalHoursAndMinutes) {
 
 vec<Monitor>& monitors(vec<Monitor>& list, std::initializer_list<bool> primary) {
     list.clear();
-    for (bool p : primary) {
-        Monitor& m = list.push(Monitor());
-        m.primary = p;
-    }
+    for (bool p : primary) list.push(monitorAt(0, 0, 100, 100, p));
     return list;
 }
 

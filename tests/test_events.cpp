@@ -113,12 +113,7 @@ TEST_F(Events, PeekedResizeResizesTheBuffer) {
 // The console window's new size comes as its own event with its buffers resized, the designed
 // window's untouched; a move that keeps its size is not reported.
 TEST_F(Events, ConsoleResizeResizesTheConsoleOnly) {
-    Monitor m = {};
-    m.x = 300;
-    m.y = 50;
-    m.width = 100;
-    m.height = 80;
-    openConsoleWin(m, "console test");
+    openConsoleWin(monitorAt(300, 50, 100, 80, false), "console test");
     int code, x, y;
     XSync(display, False);
     while (peekEvent(&code, &x, &y)) skipEvent();

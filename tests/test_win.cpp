@@ -233,12 +233,7 @@ void checkConsoleWindow(Display* look, uint32_t (*held)(const Pixels&, int, int)
     fillBuffer(grey);
     update(0, 0, W, H);
     commit();
-    Monitor m = {};
-    m.x = 300;
-    m.y = 200;
-    m.width = 80;
-    m.height = 60;
-    openConsoleWin(m, "console test");
+    openConsoleWin(monitorAt(300, 200, 80, 60, false), "console test");
     ASSERT_EQ(console_win.width, 80);
     Color* frame = console_win.data;
     auto paint = [&](Color (*colour)(int, int)) {
