@@ -123,7 +123,8 @@ bool Console::prepare() {
 void Console::resized() {
     layout_ = consoleLayout(console_win.width, console_win.height, hasNotes());
     shown_.drawn = false;
-    follow(shown_.view);
+    AudienceView view = shown_.view;  // drawing everything starts from nothing shown
+    follow(view);
 }
 
 void Console::drawAll(const AudienceView& view) {

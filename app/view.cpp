@@ -306,6 +306,7 @@ static double seconds() {
 
 static const double POINTER_REST = 2.0;  // seconds at rest before the pointer hides
 
+// The sooner of two timeouts, a negative one being none.
 static int sooner(int a_ms, int b_ms) { return a_ms < 0 ? b_ms : b_ms < 0 || a_ms < b_ms ? a_ms : b_ms; }
 
 // While presenting: the pointer shows while the mouse moves and hides after a rest, the pictures
@@ -319,10 +320,11 @@ struct PresentingWait {
         while (v.console && !waitEvent(0) && v.console->prepare()) {
         }
         for (;;) {
-            int left = pointer_shown ? (int)((moved + POINTER_REST - seconds()) * 1000) + 1 : -1;
-            if (v.console) left = sooner(left, v.console->msToTick());
+            int pointer_ms = pointer_shown ? (int)((moved + POINTER_REST - seconds()) * 1000) + 1 : -1;
+            int tick_ms = v.console ? v.console->msToTick() : -1;
+            int left = sooner(pointer_ms, tick_ms);
             if (waitEvent(left)) return;
-            if (pointer_shown && seconds() >= moved + POINTER_REST) {
+            if (pointer_ms >= 0 && left == pointer_ms) {
                 hidePointer(true);
                 pointer_shown = false;
             }

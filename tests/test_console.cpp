@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -68,6 +69,23 @@ std::string hhmm(time_t t) {
 
 bool darkInk(const unsigned char* rgb) { return rgb[0] < 200 && rgb[1] < 200 && rgb[2] < 200; }
 
+// The seconds of a time the console shows ("m:ss" or "h:mm:ss", perhaps followed by a word), or
+// -1 when the text is no time.
+long secondsOf(const std::string& text) {
+    long total = 0;
+    int parts = 0;
+    size_t i = 0;
+    for (; i < text.size() && text[i] != ' '; parts++) {
+        size_t end = i;
+        while (end < text.size() && isdigit((unsigned char)text[end])) end++;
+        if (end == i) return -1;
+        total = total * 60 + std::stol(text.substr(i, end - i));
+        i = end;
+        if (i < text.size() && text[i] == ':') i++;
+    }
+    return parts >= 2 ? total : -1;
+}
+
 // Console tests on one two-monitor server (the fixture's type parameter).
 template <class Server>
 class ConsoleTest : public Presenting<Server> {
@@ -90,14 +108,15 @@ protected:
         return console_ != 0;
     }
 
-    Pixels capture() { return captureWindow(this->look_, console_); }
+    // The console's pixels in the rectangle.
+    Pixels capture(const Rect& r) { return captureArea(this->look_, console_, r.x, r.y, r.width, r.height); }
 
     // Waits until the box shows `ref` (Pillow's resample) at `at`.
     testing::AssertionResult pictured(const Rect& at, const Bitmap* ref, const std::string& what) {
         if (!ref) return testing::AssertionFailure() << "Pillow made no reference";
         Difference d;
         bool same = within(5000, [&] {
-            d = compareWithReference(capture(), *ref, at, Server::depth, false);
+            d = compareWithReference(capture(at), *ref, Rect{0, 0, at.width, at.height}, Server::depth, false);
             return d.problem.empty() && d.mean <= 0.75;
         });
         if (same) return testing::AssertionSuccess();
@@ -127,10 +146,10 @@ protected:
     testing::AssertionResult showsNoNotes() {
         const Rect& box = layout_.notes;
         bool empty = within(5000, [&] {
-            Pixels p = capture();
+            Pixels p = capture(box);
             if (p.width == 0) return false;
-            for (int y = box.y; y < box.y + box.height; y++)
-                for (int x = box.x; x < box.x + box.width; x++)
+            for (int y = 0; y < box.height; y++)
+                for (int x = 0; x < box.width; x++)
                     if ((p.rgbAt(x, y) & 0xC0C0C0) != 0) return false;
             return true;
         });
@@ -138,9 +157,10 @@ protected:
         return testing::AssertionFailure() << "the notes box is not empty";
     }
 
-    std::string read(const TextField& f) {
-        return readText(capture(), f.area.x, f.area.y, f.scale, f.chars);
-    }
+    std::string read(const TextField& f) { return readText(capture(f.area), 0, 0, f.scale, f.chars); }
+
+    // The colour of the line's text, 0xRRGGBB.
+    long colourOf(const TextField& f) { return inkColour(capture(f.area), 0, 0, f.scale, f.chars); }
 
     // Waits until the line reads `want`.
     testing::AssertionResult reads(const TextField& f, const std::string& want) {
@@ -152,9 +172,9 @@ protected:
     // Waits until the text centred in the box (as the console centres its labels) reads `want`.
     testing::AssertionResult labelled(const Rect& box, const std::string& want, const Ink& ink = lightInk) {
         int s = layout_.scale, n = (int)want.size();
-        int x = box.x + box.width / 2 - 15 * s * n / 2, y = box.y + box.height / 2 - 12 * s;
+        Rect text = {box.x + box.width / 2 - 15 * s * n / 2, box.y + box.height / 2 - 12 * s, 15 * s * n, 24 * s};
         std::string got;
-        if (within(5000, [&] { return (got = readText(capture(), x, y, s, n, ink)) == want; }))
+        if (within(5000, [&] { return (got = readText(capture(text), 0, 0, s, n, ink)) == want; }))
             return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the label reads \"" << got << "\", not \"" << want << "\"";
     }
@@ -237,16 +257,17 @@ TYPED_TEST(ConsoleBare, BlankIsShownMarkedAndNextIsTheScreenItCovers) {
     EXPECT_TRUE(this->blank(v, 0));
     EXPECT_TRUE(this->labelled(at, "blank"));
     EXPECT_TRUE(this->showsScreen(l.next, show, 1));  // Space only ends the blank
-    Pixels p = this->capture();
-    EXPECT_EQ(p.rgbAt(at.x + 2, at.y + 2), 0u);  // black where the audience sees black
-    EXPECT_EQ(p.rgbAt(at.x + at.width - 3, at.y + at.height - 3), 0u);
+    Pixels p = this->capture(at);
+    ASSERT_EQ(p.width, at.width);
+    EXPECT_EQ(p.rgbAt(2, 2), 0u);  // black where the audience sees black
+    EXPECT_EQ(p.rgbAt(at.width - 3, at.height - 3), 0u);
     v.key("space");
     EXPECT_TRUE(this->showsScreen(l.current, show, 1));
     EXPECT_TRUE(this->showsScreen(l.next, show, 2));
     v.key("w");
     EXPECT_TRUE(this->blank(v, 255));
     EXPECT_TRUE(this->labelled(at, "blank", darkInk));
-    EXPECT_EQ(this->capture().rgbAt(at.x + 2, at.y + 2), 0xFFFFFFu);
+    EXPECT_EQ(this->capture(Rect{at.x, at.y, 4, 4}).rgbAt(2, 2), 0xFFFFFFu);
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
@@ -285,10 +306,11 @@ TEST_F(ConsoleBare24, TimerStartsAtTheFirstMoveAndTRestartsIt) {
     sleepMs(1500);
     EXPECT_EQ(read(layout_.elapsed), "0:00") << "the clock ran before the talk started";
     v.key("space");
-    EXPECT_TRUE(within(3500, [&] { return read(layout_.elapsed) == "0:02"; })) << read(layout_.elapsed);
+    std::string elapsed;
+    EXPECT_TRUE(within(5000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 2; })) << elapsed;
     v.key("t");
-    EXPECT_TRUE(reads(layout_.elapsed, "0:00"));
-    EXPECT_TRUE(within(2500, [&] { return read(layout_.elapsed) == "0:01"; })) << read(layout_.elapsed);
+    EXPECT_TRUE(within(2000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) == 0; })) << elapsed;
+    EXPECT_TRUE(within(3000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 1; })) << elapsed;
     EXPECT_TRUE(showsScreen(layout_.current, show, 1)) << "t moved the show";
     EXPECT_EQ(v.quitWith("q"), 0);
 }
@@ -301,12 +323,14 @@ TEST_F(ConsoleBare24, StartRunsTheClockAndTheTimeLeftTurnsAmberThenRed) {
     ASSERT_TRUE(findConsole());
     EXPECT_TRUE(showsScreen(layout_.current, show, 1));
     const TextField& left = layout_.left;
-    std::string first = read(left);
-    EXPECT_TRUE(first == "0:03 left" || first == "0:02 left") << first;
-    EXPECT_EQ(inkColour(capture(), left.area.x, left.area.y, left.scale, left.chars), 0xFFB000);
-    EXPECT_TRUE(within(3000, [&] { return read(layout_.elapsed) == "0:02"; })) << "the clock does not run";
-    EXPECT_TRUE(within(3000, [&] { return read(left) == "0:01 over"; })) << read(left);
-    EXPECT_EQ(inkColour(capture(), left.area.x, left.area.y, left.scale, left.chars), 0xFF4040);
+    std::string text = read(left);
+    EXPECT_TRUE(text == "0:03 left" || text == "0:02 left" || text == "0:01 left") << text;
+    EXPECT_EQ(colourOf(left), 0xFFB000);
+    std::string elapsed;
+    EXPECT_TRUE(within(4000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 2; }))
+        << "the clock does not run: " << elapsed;
+    EXPECT_TRUE(within(4000, [&] { return (text = read(left)) == "0:01 over" || text == "0:02 over"; })) << text;
+    EXPECT_EQ(colourOf(left), 0xFF4040);
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
@@ -315,9 +339,8 @@ TEST_F(ConsoleBare24, LongTalkLeftIsWhiteAndTheWallClockShowsTheTime) {
     RunningViewer v(*this->server, show, this->archive(show), {"-duration=45"});
     ASSERT_TRUE(v.ok());
     ASSERT_TRUE(findConsole());
-    const TextField& left = layout_.left;
-    EXPECT_TRUE(reads(left, "45:00 left"));
-    EXPECT_EQ(inkColour(capture(), left.area.x, left.area.y, left.scale, left.chars), 0xFFFFFF);
+    EXPECT_TRUE(reads(layout_.left, "45:00 left"));  // the talk has not started
+    EXPECT_EQ(colourOf(layout_.left), 0xFFFFFF);
     time_t before = time(nullptr);
     std::string clock = read(layout_.clock);
     time_t after = time(nullptr);
@@ -442,11 +465,8 @@ TYPED_TEST(ConsoleOpenbox, BothWindowsFullScreenOnTheirMonitors) {
     EXPECT_TRUE(this->showsScreen(this->layout_.next, show, 2));
     EXPECT_TRUE(this->showsNotes(0));
     EXPECT_TRUE(this->reads(this->layout_.step, "step 1 / 3"));
-    std::string left;
-    EXPECT_TRUE(within(5000, [&] {
-        left = this->read(this->layout_.left);
-        return left == "30:00 left" || left == "29:59 left";
-    })) << left;
+    std::string left = this->read(this->layout_.left);  // how much depends on how long the test took
+    EXPECT_TRUE(secondsOf(left) > 0 && left.find(" left") != std::string::npos) << left;
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 

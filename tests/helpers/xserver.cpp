@@ -266,13 +266,23 @@ uint32_t Pixels::rgbAt(int x, int y) const {
 }
 
 Pixels captureWindow(Display* d, Window w) {
+    XWindowAttributes attr;
+    if (!XGetWindowAttributes(d, w, &attr)) return Pixels();
+    return captureArea(d, w, 0, 0, attr.width, attr.height);
+}
+
+Pixels captureArea(Display* d, Window w, int x0, int y0, int width, int height) {
     Pixels px;
     XWindowAttributes attr;
     if (!XGetWindowAttributes(d, w, &attr) || attr.map_state != IsViewable) return px;
-    XImage* image = XGetImage(d, w, 0, 0, attr.width, attr.height, AllPlanes, ZPixmap);
+    if (width <= 0 || height <= 0 || x0 < 0 || y0 < 0 || x0 + width > attr.width || y0 + height > attr.height)
+        return px;
+    XImage* image = XGetImage(d, w, x0, y0, width, height, AllPlanes, ZPixmap);
     if (!image) return px;
-    px.width = attr.width;
-    px.height = attr.height;
+    px.width = width;
+    px.height = height;
+    px.raw.reserve((size_t)width * height);
+    px.rgb.reserve((size_t)width * height * 3);
     for (int y = 0; y < px.height; y++)
         for (int x = 0; x < px.width; x++) {
             unsigned long v = XGetPixel(image, x, y);

@@ -109,6 +109,8 @@ struct Pixels {
 
 // Captures the whole window (it must be viewable); empty Pixels on failure.
 Pixels captureWindow(Display* d, Window w);
+// Captures the rectangle of the window at (x, y); empty Pixels when it is not all inside.
+Pixels captureArea(Display* d, Window w, int x, int y, int width, int height);
 
 // The first window named title below the root, or 0.
 Window findWindow(Display* d, const std::string& title);
