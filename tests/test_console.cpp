@@ -398,6 +398,22 @@ TEST_F(ConsoleBare24, ExposureRepaintsTheConsole) {
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
+TEST_F(ConsoleBare24, NewSizeIsLaidOutAnew) {
+    TestShow show = tenScreens();
+    RunningViewer v(*this->server, show, this->archive(show), {"-console"});
+    ASSERT_TRUE(v.ok());
+    ASSERT_TRUE(findConsole());
+    v.key("space");
+    EXPECT_TRUE(showsScreen(layout_.current, show, 1));
+    XResizeWindow(look_, console_, 1000, 700);
+    XSync(look_, False);
+    layout_ = consoleLayout(1000, 700, false);
+    EXPECT_TRUE(showsScreen(layout_.current, show, 1));
+    EXPECT_TRUE(showsScreen(layout_.next, show, 2));
+    EXPECT_TRUE(reads(layout_.step, "step 1 / 3"));
+    EXPECT_EQ(v.quitWith("q"), 0);
+}
+
 TEST_F(ConsoleBare24, ClosingTheConsoleEndsTheShow) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-console"});
