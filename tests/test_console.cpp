@@ -414,6 +414,41 @@ TEST_F(ConsoleBare24, NewSizeIsLaidOutAnew) {
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
+// Notes that cannot be read: a damaged notes block stops the show before it starts; a notes
+// picture that does not decode is said to be unreadable in the notes box.
+TEST_F(ConsoleBare24, DamagedNotes) {
+    TestShow show = tenScreens();
+    ShowNotes notes;
+    tenNotes(notes);
+    notes.pictures[1].clear();
+    for (int b : {1, 2, 3}) notes.pictures[1].push((unsigned char)b);
+    std::string path = tmp_.file("broken.slides");
+    writeShow(path, show, &notes);
+    {
+        layout_ = consoleLayout(kLaptop.width, kLaptop.height, true);
+        RunningViewer v(*this->server, show, path, {"-console", "-start=3"});  // screen 4: picture 1
+        ASSERT_TRUE(v.ok());
+        ASSERT_TRUE(findConsole());
+        EXPECT_TRUE(showsScreen(layout_.current, show, 4));
+        EXPECT_TRUE(labelled(layout_.notes, "notes unreadable"));
+        v.key("BackSpace");
+        EXPECT_TRUE(showsNotes(0));
+        EXPECT_EQ(v.quitWith("q"), 0);
+    }
+    std::string bytes = readFileBytes(path);
+    size_t magic = bytes.find("SLNOTES1");
+    ASSERT_NE(magic, std::string::npos);
+    size_t block = 0;
+    for (int k = 7; k >= 0; k--) block = block << 8 | (unsigned char)bytes[magic - 8 + k];
+    bytes[block] = 0x7F;  // far more pictures than the block holds
+    writeFileBytes(path, bytes);
+    RunResult r = server->run({buildProgram("view_slides"), path, "-console"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ERROR! The show's notes are damaged.\n");
+    RunResult plain = server->run({buildProgram("view_slides"), path, "-png-slides"}, tmp_.path);
+    EXPECT_EQ(plain.status, 0) << "without the console the notes are not read: " << plain.err;
+}
+
 TEST_F(ConsoleBare24, ClosingTheConsoleEndsTheShow) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-console"});
