@@ -104,7 +104,7 @@ protected:
 
     // Finds the console window of the running viewer.
     bool findConsole() {
-        console_ = waitForWindow(this->look_, kConsoleTitle, 5000);
+        console_ = waitForWindow(this->look_, kConsoleTitle, kSettleMs);
         return console_ != 0;
     }
 
@@ -115,7 +115,7 @@ protected:
     testing::AssertionResult pictured(const Rect& at, const Bitmap* ref, const std::string& what) {
         if (!ref) return testing::AssertionFailure() << "Pillow made no reference";
         Difference d;
-        bool same = within(5000, [&] {
+        bool same = within(kSettleMs, [&] {
             d = compareWithReference(capture(at), *ref, Rect{0, 0, at.width, at.height}, Server::depth, false);
             return d.problem.empty() && d.mean <= 0.75;
         });
@@ -145,7 +145,7 @@ protected:
     // Waits until the notes box shows nothing (the console's dark background only).
     testing::AssertionResult showsNoNotes() {
         const Rect& box = layout_.notes;
-        bool empty = within(5000, [&] {
+        bool empty = within(kSettleMs, [&] {
             Pixels p = capture(box);
             if (p.width == 0) return false;
             for (int y = 0; y < box.height; y++)
@@ -165,7 +165,7 @@ protected:
     // Waits until the line reads `want`.
     testing::AssertionResult reads(const TextField& f, const std::string& want) {
         std::string got;
-        if (within(5000, [&] { return (got = read(f)) == want; })) return testing::AssertionSuccess();
+        if (within(kSettleMs, [&] { return (got = read(f)) == want; })) return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the line reads \"" << got << "\", not \"" << want << "\"";
     }
 
@@ -174,7 +174,7 @@ protected:
         int s = layout_.scale, n = (int)want.size();
         Rect text = {box.x + box.width / 2 - 15 * s * n / 2, box.y + box.height / 2 - 12 * s, 15 * s * n, 24 * s};
         std::string got;
-        if (within(5000, [&] { return (got = readText(capture(text), 0, 0, s, n, ink)) == want; }))
+        if (within(kSettleMs, [&] { return (got = readText(capture(text), 0, 0, s, n, ink)) == want; }))
             return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the label reads \"" << got << "\", not \"" << want << "\"";
     }
@@ -307,7 +307,7 @@ TEST_F(ConsoleBare24, TimerStartsAtTheFirstMoveAndTRestartsIt) {
     EXPECT_EQ(read(layout_.elapsed), "0:00") << "the clock ran before the talk started";
     v.key("space");
     std::string elapsed;
-    EXPECT_TRUE(within(5000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 2; })) << elapsed;
+    EXPECT_TRUE(within(kSettleMs, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 2; })) << elapsed;
     v.key("t");
     EXPECT_TRUE(within(2000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) == 0; })) << elapsed;
     EXPECT_TRUE(within(3000, [&] { return secondsOf(elapsed = read(layout_.elapsed)) >= 1; })) << elapsed;
@@ -387,7 +387,7 @@ TEST_F(ConsoleBare24, ExposureRepaintsTheConsole) {
                                  CopyFromParent, InputOutput, CopyFromParent, CWOverrideRedirect | CWBackPixel, &attr);
     XMapRaised(look_, cover);
     XSync(look_, False);
-    EXPECT_TRUE(within(5000, [&] {
+    EXPECT_TRUE(within(kSettleMs, [&] {
         Pixels p = captureWindow(look_, DefaultRootWindow(look_));
         return p.width && p.rgbAt(100, 100) == 0xFFFFFFu;
     }));
@@ -508,8 +508,8 @@ TYPED_TEST(ConsoleOpenbox, BothWindowsFullScreenOnTheirMonitors) {
     ASSERT_TRUE(this->findConsole());
     EXPECT_TRUE(this->placed(this->console_, kLaptop));
     EXPECT_TRUE(this->placed(v.window(), kProjector));
-    EXPECT_TRUE(within(5000, [&] { return hasFullscreenState(this->look_, this->console_); }));
-    EXPECT_TRUE(within(5000, [&] { return hasFullscreenState(this->look_, v.window()); }));
+    EXPECT_TRUE(within(kSettleMs, [&] { return hasFullscreenState(this->look_, this->console_); }));
+    EXPECT_TRUE(within(kSettleMs, [&] { return hasFullscreenState(this->look_, v.window()); }));
     v.key("space");
     EXPECT_TRUE(this->presents(v, show, 1, kTenOnProjector));
     EXPECT_TRUE(this->showsScreen(this->layout_.current, show, 1));

@@ -77,7 +77,7 @@ TYPED_TEST(PresentingBare, TakesTheKeyboardFocus) {
     TestShow show = tenScreens();
     RunningViewer v(*this->server, show, this->archive(show), {"-present"}, {}, false);
     ASSERT_TRUE(v.ok());
-    EXPECT_TRUE(within(5000, [&] {
+    EXPECT_TRUE(within(kSettleMs, [&] {
         Window focus;
         int revert;
         XGetInputFocus(this->look_, &focus, &revert);
@@ -153,7 +153,7 @@ TYPED_TEST(PresentingBare, DigitsGoToASlide) {
     // The number shows in a box in the bottom right corner, in the black band.
     v.key("6");
     int corner_x = kProjector.width - 30, corner_y = kProjector.height - 30;
-    EXPECT_TRUE(within(5000, [&] {
+    EXPECT_TRUE(within(kSettleMs, [&] {
         Pixels p = captureWindow(this->look_, v.window());
         return p.width && p.rgbAt(corner_x, corner_y) != 0;
     })) << "no number box";
@@ -244,7 +244,7 @@ TYPED_TEST(PresentingBare, ScreenSaverIsHeldOffUntilTheShowEndsOrIsKilled) {
         } else {
             EXPECT_EQ(v.quitWith("q"), 0);
         }
-        EXPECT_TRUE(within(5000, [&] { return screenSaverState(this->look_) == ScreenSaverOn; }))
+        EXPECT_TRUE(within(kSettleMs, [&] { return screenSaverState(this->look_) == ScreenSaverOn; }))
             << (kill9 ? "no screen saver after kill -9" : "no screen saver after q");
         XSetScreenSaver(this->look_, 0, 0, PreferBlanking, DefaultExposures);
         XForceScreenSaver(this->look_, ScreenSaverReset);
@@ -279,13 +279,13 @@ TYPED_TEST(PresentingBare, PointerHidesAtRestAndShowsWhileMoving) {
     ASSERT_TRUE(v.ok());
     this->server->xdotool({"mousemove", "2000", "500"});  // onto the projector
     EXPECT_TRUE(within(1000, [&] { return pointerVisible(this->look_); })) << "hidden while moving";
-    EXPECT_TRUE(within(5000, [&] { return !pointerVisible(this->look_); })) << "not hidden at rest";
+    EXPECT_TRUE(within(kSettleMs, [&] { return !pointerVisible(this->look_); })) << "not hidden at rest";
     this->server->xdotool({"mousemove", "2100", "600"});
     EXPECT_TRUE(within(1000, [&] { return pointerVisible(this->look_); })) << "hidden while moving again";
     v.click(1);
     EXPECT_TRUE(this->presents(v, show, 1, kTenOnProjector));
     this->server->xdotool({"mousemove", "20", "20"});  // over the laptop: the pointer is the desktop's
-    EXPECT_TRUE(within(5000, [&] { return pointerVisible(this->look_); }));
+    EXPECT_TRUE(within(kSettleMs, [&] { return pointerVisible(this->look_); }));
     EXPECT_EQ(v.quitWith("q"), 0);
 }
 
@@ -309,7 +309,7 @@ TYPED_TEST(PresentingOpenbox, FullScreenOnTheProjector) {
     RunningViewer v(*this->server, show, this->archive(show), {"-present"});
     ASSERT_TRUE(v.ok());
     EXPECT_TRUE(this->placed(v.window(), kProjector));
-    EXPECT_TRUE(within(5000, [&] { return hasFullscreenState(this->look_, v.window()); }));
+    EXPECT_TRUE(within(kSettleMs, [&] { return hasFullscreenState(this->look_, v.window()); }));
     EXPECT_TRUE(this->presents(v, show, 0, kTenOnProjector));
     v.key("Next");
     EXPECT_TRUE(this->presents(v, show, 1, kTenOnProjector));

@@ -58,6 +58,10 @@ struct Difference {
 Difference compareWithReference(const Pixels& p, const Bitmap& ref, const Rect& picture, int depth,
                                 bool black_around);
 
+// How long the presenting tests wait for a window to show what they expect: generous, since a
+// loaded machine running sanitized programs can take seconds to place and draw a window.
+const int kSettleMs = 15000;
+
 // Polls ready() every 20 ms for up to ms milliseconds; whether it came true.
 template <class F>
 bool within(int ms, F ready) {
@@ -115,7 +119,7 @@ protected:
         const Bitmap* ref = references().get(show, i, picture.width, picture.height);
         if (!ref) return testing::AssertionFailure() << "Pillow made no reference";
         Difference d;
-        bool same = within(5000, [&] {
+        bool same = within(kSettleMs, [&] {
             d = compareWithReference(captureWindow(look_, v.window()), *ref, picture, Server::depth, true);
             return d.problem.empty() && d.mean <= 0.75 && d.stray == 0;
         });
@@ -125,14 +129,14 @@ protected:
     }
 
     testing::AssertionResult blank(RunningViewer& v, unsigned char level) {
-        if (within(5000, [&] { return allOneColour(captureWindow(look_, v.window()), level); }))
+        if (within(kSettleMs, [&] { return allOneColour(captureWindow(look_, v.window()), level); }))
             return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the window is not all " << (int)level;
     }
 
     testing::AssertionResult placed(Window w, const Rect& want) {
         Rect got;
-        if (within(5000, [&] { return sameRect(got = placeOf(look_, w), want); })) return testing::AssertionSuccess();
+        if (within(kSettleMs, [&] { return sameRect(got = placeOf(look_, w), want); })) return testing::AssertionSuccess();
         return testing::AssertionFailure() << "the window is at " << describe(got) << ", not " << describe(want);
     }
 };

@@ -81,7 +81,7 @@ RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::
         execv(a[0], a.data());
         _exit(127);
     }
-    window_ = waitForWindow(look_, kTitle, 10000);
+    window_ = waitForWindow(look_, kTitle, 30000);  // unpacking under sanitizers on a loaded machine is slow
     if (!window_) return;
     depth16_ = DefaultDepth(look_, DefaultScreen(look_)) == 16;
     x.xdotool({"mousemove", "20", "20"});
