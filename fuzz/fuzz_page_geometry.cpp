@@ -1,6 +1,7 @@
 // The size and box arithmetic of PDF pages: a page box of any two doubles (turned or not) and a
 // --size text of any bytes. An accepted size is within the show's limits; a page planned for it
-// lands inside the show, centred, at least one pixel each way, at a finite positive resolution.
+// lands inside the show, centred, at least one pixel each way, at a finite positive resolution;
+// a page of a slide and its notes splits into two halves that do not overlap.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -38,6 +39,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (planPage(box_width, box_height, turned, width, height, plan)) {
         checkFit(plan.fit, width, height);
         if (!(plan.xres > 0 && plan.yres > 0 && std::isfinite(plan.xres) && std::isfinite(plan.yres))) abort();
+    }
+    // A page of a slide and its notes halves one of its sides, and the two halves lie side by
+    // side (or one above the other) within the whole page's rendering.
+    for (NotesSide side : {NOTES_RIGHT, NOTES_LEFT, NOTES_BOTTOM}) {
+        double hw, hh;
+        if (!halvePage(box_width, box_height, turned, side, hw, hh)) continue;
+        if (!(hw == box_width / 2 && hh == box_height) && !(hw == box_width && hh == box_height / 2)) abort();
+        if (!planPage(hw, hh, turned, width, height, plan)) continue;
+        HalfOffsets at = halfOffsets(side, plan.fit);
+        int across = side == NOTES_BOTTOM ? plan.fit.width : 2 * plan.fit.width;
+        int down = side == NOTES_BOTTOM ? 2 * plan.fit.height : plan.fit.height;
+        for (int x : {at.slide_x, at.notes_x})
+            if (x < 0 || x + plan.fit.width > across) abort();
+        for (int y : {at.slide_y, at.notes_y})
+            if (y < 0 || y + plan.fit.height > down) abort();
+        if (at.slide_x == at.notes_x && at.slide_y == at.notes_y) abort();
     }
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "show/notes.h"
 #include "show/unpack.h"
 #include "support/exits.h"
 #include "codec/codec.h"
@@ -58,6 +59,7 @@ struct Options {
     const char* background = nullptr;
     const char* jobs = nullptr;
     const char* page_timeout = nullptr;
+    const char* notes = nullptr;
     bool verify = false;
     bool no_steps = false;
 };
@@ -79,9 +81,9 @@ static void removeTemp() {
 // Where the value of an option that takes one goes; null for any other argument.
 static const char** valueSlot(Options& o, const char* name) {
     static const char* const names[] = {"-o",     "--archive",    "--slides", "--viewer",
-                                        "--size", "--background", "--jobs",   "--page-timeout"};
-    const char** slots[] = {&o.show, &o.archive,    &o.slide_list, &o.viewer,
-                            &o.size, &o.background, &o.jobs,       &o.page_timeout};
+                                        "--size", "--background", "--jobs",   "--page-timeout", "--notes"};
+    const char** slots[] = {&o.show, &o.archive,    &o.slide_list, &o.viewer,      &o.size,
+                            &o.background, &o.jobs, &o.page_timeout, &o.notes};
     for (size_t k = 0; k < sizeof names / sizeof *names; k++)
         if (!strcmp(name, names[k])) return slots[k];
     return nullptr;
@@ -180,7 +182,8 @@ static int openTemp(const char* output) {
     return fd;
 }
 
-static long long writeOutput(const Options& o, const char* viewer, int fd, const PackedShow& show) {
+static long long writeOutput(const Options& o, const char* viewer, int fd, const PackedShow& show,
+                             const ShowNotes& notes) {
     const char* output = o.show ? o.show : o.archive;
     File out;
     out.open(fd, WRITE, true);
@@ -190,7 +193,7 @@ static long long writeOutput(const Options& o, const char* viewer, int fd, const
         base = (unsigned long long)out.tell();
     }
     writeArchive(out, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, base, show.backgrounds, show.screens,
-                 show.flags);
+                 show.flags, &notes);
     long long total = out.tell();
     if (!out.close()) fail(errorf("Could not write: %s", output));
     chmod(temp_path, o.show ? 0755 : 0644);
@@ -208,9 +211,25 @@ static bool samePixels(const Image& image, const Bitmap& page) {
     return true;
 }
 
+// The notes read back from the written file are the ones packed, and every picture decodes.
+static const char* verifyNotes(File& in, const ArchiveIndex& index, const ShowNotes& packed) {
+    ShowNotes read;
+    if (const char* error = readNotes(in, index, read)) return error;
+    for (int i = 0; i < index.ns; i++) {
+        const vec<unsigned char>* a = packed.of(i);
+        const vec<unsigned char>* b = read.of(i);
+        if (!a != !b || (a && (a->size != b->size || memcmp(a->data, b->data, (size_t)a->size) != 0)))
+            return errorf("the notes of screen %d differ from its page's", i + 1);
+        Bitmap picture;
+        const unsigned char* in = b ? b->data : nullptr;
+        if (b && decompress(picture, in, b->data + b->size)) return errorf("the notes of screen %d do not decode", i + 1);
+    }
+    return nullptr;
+}
+
 // Unpacks the written file the way view_slides does and compares every screen with its page,
-// one screen at a time.
-static void verify(const Options& o, const PageStore& store, const Survey& survey) {
+// one screen at a time, and the notes with the ones packed.
+static void verify(const Options& o, const PageStore& store, const Survey& survey, const ShowNotes& notes) {
     File in;
     in.open(temp_path, "rb");
     ArchiveIndex index;
@@ -229,6 +248,7 @@ static void verify(const Options& o, const PageStore& store, const Survey& surve
         error = readIndex(in, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
         if (!error && index.ns != survey.pages.size) error = "wrong number of screens";
         if (!error) error = unpackShow(in, index, RUN_VIEW, show, nullptr, check);
+        if (!error) error = verifyNotes(in, index, notes);
     } catch (Exception_EOF&) {
         error = "unexpected end of file";
     }
@@ -256,8 +276,8 @@ static bool isPdfInput(const Options& o) {
     for (int i = 0; i < o.inputs.size; i++) pdf = pdf || (!isFolder(o.inputs[i]) && isPdfFile(o.inputs[i]));
     if (pdf && o.inputs.size > 1) fail("A PDF talk is packed on its own; give one PDF file");
     if (pdf && o.slide_list) fail("--slides groups PNG pages; a PDF talk is grouped by its page labels");
-    if (!pdf && (o.size || o.background || o.no_steps || o.page_timeout))
-        fail("--size, --background, --no-steps and --page-timeout apply to a PDF talk");
+    if (!pdf && (o.size || o.background || o.no_steps || o.page_timeout || o.notes))
+        fail("--size, --background, --no-steps, --notes and --page-timeout apply to a PDF talk");
     return pdf;
 }
 
@@ -283,6 +303,13 @@ static PdfRun pdfRun(const Options& o) {
     if (o.background && !parseColor(o.background, &p.background))
         fail(errorf("--background wants a colour RRGGBB, for example ffffff: %s", o.background));
     p.steps = !o.no_steps;
+    if (o.notes) {
+        static const char* const sides[] = {"right", "left", "bottom"};
+        const NotesSide values[] = {NOTES_RIGHT, NOTES_LEFT, NOTES_BOTTOM};
+        for (int k = 0; k < 3; k++)
+            if (!strcmp(o.notes, sides[k])) p.notes = values[k];
+        if (p.notes == NOTES_NONE) fail(errorf("--notes wants right, left or bottom: %s", o.notes));
+    }
     run.page_timeout = kDefaultPageTimeout;
     if (o.page_timeout) {
         char* end;
@@ -296,13 +323,18 @@ static PdfRun pdfRun(const Options& o) {
 }
 
 // Renders the talk's pages and groups them into slides; prints what it found.
-static void loadPdf(const Options& o, const PdfRun& run, PageStore& store, Survey& survey, vec<bool>& flags) {
+static void loadPdf(const Options& o, const PdfRun& run, PageStore& store, Survey& survey, vec<bool>& flags,
+                    ShowNotes& notes) {
     Grouping g;
-    if (const char* error = surveyPdf(o.inputs[0], run, store, survey, flags, g, renderProgress)) fail(error);
+    if (const char* error = surveyPdf(o.inputs[0], run, store, survey, flags, g, notes, renderProgress)) fail(error);
     overProgress();
     printf("Found %d pages in %s: %d slides, %d animation steps", survey.pages.size, o.inputs[0], g.slides, g.steps);
     if (g.relabelled) printf(" (%d pages repeat the label before them but start new slides)", g.relabelled);
     printf("%s\n", run.options.steps ? "" : " (--no-steps)");
+    if (run.options.notes == NOTES_NONE) return;
+    int noted = 0;
+    for (int number : notes.of_screen) noted += number >= 0;
+    printf("Notes for %d of the %d pages, in %d pictures\n", noted, survey.pages.size, notes.pictures.size);
 }
 
 // The folder an output goes to, where the packer keeps its temporary page file.
@@ -330,17 +362,18 @@ int main(int argc, char** argv) {
     if (const char* error = store.open(folder)) fail(error);
     Deck deck;
     Survey survey;
+    ShowNotes notes;
     if (pdf) {
-        loadPdf(o, run, store, survey, deck.flags);
+        loadPdf(o, run, store, survey, deck.flags, notes);
     } else {
         collectDeck(o, deck);
         if (const char* error = surveyDeck(deck, jobs, store, survey, readProgress)) fail(error);
     }
     PackedShow show;
     if (const char* error = packPages(store, survey, deck.flags, jobs, show, encodeProgress)) fail(error);
-    long long size = writeOutput(o, viewer, fd, show);
+    long long size = writeOutput(o, viewer, fd, show, notes);
     free(viewer);
-    if (o.verify) verify(o, store, survey);
+    if (o.verify) verify(o, store, survey, notes);
 
     if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
     free(temp_path);

@@ -35,6 +35,28 @@ bool planPage(double box_width, double box_height, bool turned, int width, int h
     return plan.xres <= kMaxResolution && plan.yres <= kMaxResolution;
 }
 
+bool halvePage(double box_width, double box_height, bool turned, NotesSide side, double& half_width,
+               double& half_height) {
+    double across = turned ? box_height : box_width;  // as the page is shown
+    double down = turned ? box_width : box_height;
+    bool side_by_side = side == NOTES_RIGHT || side == NOTES_LEFT;
+    if (side_by_side ? !(across / 2 >= down) : !(down > across && across >= down / 2)) return false;
+    // Halving the shown width or height halves one of the page's own sides.
+    bool halve_own_width = side_by_side != turned;
+    half_width = halve_own_width ? box_width / 2 : box_width;
+    half_height = halve_own_width ? box_height : box_height / 2;
+    return true;
+}
+
+HalfOffsets halfOffsets(NotesSide side, const PageFit& half) {
+    switch (side) {
+    case NOTES_RIGHT: return {0, 0, half.width, 0};
+    case NOTES_LEFT: return {half.width, 0, 0, 0};
+    case NOTES_BOTTOM: return {0, 0, 0, half.height};
+    default: return {0, 0, 0, 0};
+    }
+}
+
 // Reads a side: digits only, 1 .. kMaxShowSide; advances text past them.
 static bool readSide(const char*& text, long* side) {
     if (*text < '0' || *text > '9') return false;

@@ -72,28 +72,55 @@ const char* countPdfPages(const char* path, int* pages) {
     return *pages > 0 ? nullptr : errorf("%s has no pages", path);
 }
 
-// Plans the page's rendering fitted into width x height; false when its box cannot be rendered.
-static bool planFor(const poppler::page& page, int width, int height, PagePlan& plan) {
+// The part of a page that holds the slide: the whole page, or with notes the slide's half,
+// and where that part starts in a rendering of the whole page.
+struct SlidePart {
+    double box_width, box_height;
+    bool turned;
+    NotesSide notes;
+};
+
+// False when the page is not made of a slide and its notes as the notes side says.
+static bool slidePart(const poppler::page& page, NotesSide notes, SlidePart& part) {
     poppler::rectf box = page.page_rect(poppler::crop_box);
-    bool turned = page.orientation() == poppler::page::landscape || page.orientation() == poppler::page::seascape;
-    return planPage(box.width(), box.height(), turned, width, height, plan);
+    part.turned = page.orientation() == poppler::page::landscape || page.orientation() == poppler::page::seascape;
+    part.notes = notes;
+    part.box_width = box.width();
+    part.box_height = box.height();
+    return notes == NOTES_NONE ||
+           halvePage(box.width(), box.height(), part.turned, notes, part.box_width, part.box_height);
 }
 
-static bool render(const OpenTalk& talk, const poppler::page& page, const PagePlan& plan, poppler::image& image) {
-    image = talk.renderer.render_page(&page, plan.xres, plan.yres, 0, 0, plan.fit.width, plan.fit.height);
+// Plans the slide part's rendering fitted into width x height; false when it cannot be rendered.
+static bool planFor(const SlidePart& part, int width, int height, PagePlan& plan) {
+    return planPage(part.box_width, part.box_height, part.turned, width, height, plan);
+}
+
+// Renders the plan's fit-sized piece of the page that starts at (x, y) in the page's rendering.
+static bool render(const OpenTalk& talk, const poppler::page& page, const PagePlan& plan, int x, int y,
+                   poppler::image& image) {
+    image = talk.renderer.render_page(&page, plan.xres, plan.yres, x, y, plan.fit.width, plan.fit.height);
     return image.is_valid() && image.format() == poppler::image::format_argb32 && image.width() == plan.fit.width &&
            image.height() == plan.fit.height;
 }
 
+// Renders the slide part, or its notes.
+static bool renderPart(const OpenTalk& talk, const poppler::page& page, const SlidePart& part, const PagePlan& plan,
+                       bool notes, poppler::image& image) {
+    HalfOffsets at = halfOffsets(part.notes, plan.fit);
+    return notes ? render(talk, page, plan, at.notes_x, at.notes_y, image)
+                 : render(talk, page, plan, at.slide_x, at.slide_y, image);
+}
+
 // The grouping rendering: the show's own rendering when it is the same, else one of its own.
-static bool renderForGrouping(const OpenTalk& talk, const poppler::page& page, const PdfOptions& o,
-                              const PagePlan& shown, const poppler::image& image, Bitmap& out) {
+static bool renderForGrouping(const OpenTalk& talk, const poppler::page& page, const SlidePart& part,
+                              const PdfOptions& o, const PagePlan& shown, const poppler::image& image, Bitmap& out) {
     PagePlan plan;
-    if (!planFor(page, kGroupingWidth, kGroupingHeight, plan)) return false;
+    if (!planFor(part, kGroupingWidth, kGroupingHeight, plan)) return false;
     poppler::image own;
     const poppler::image* grouped = &image;
     if (plan.fit.width != shown.fit.width || plan.fit.height != shown.fit.height) {
-        if (!render(talk, page, plan, own)) return false;
+        if (!renderPart(talk, page, part, plan, false, own)) return false;
         grouped = &own;
     } else if (plan.fit.width == o.width && plan.fit.height == o.height) {
         return true;  // the show's page itself
@@ -103,18 +130,32 @@ static bool renderForGrouping(const OpenTalk& talk, const poppler::page& page, c
     return true;
 }
 
+static const char* const notes_sides[] = {"", "right", "left", "bottom"};
+
 const char* renderPdfPage(const char* path, int i, const PdfOptions& options, RenderedPage& out) {
     OpenTalk& talk = workersTalk();
     if (const char* error = openTalk(path, talk)) return error;
     std::unique_ptr<poppler::page> page(talk.doc->create_page(i));
+    SlidePart part;
+    if (page && !slidePart(*page, options.notes, part))
+        return errorf("Page %d of %s does not hold a slide with its notes %s it (--notes %s)", i + 1, path,
+                      options.notes == NOTES_BOTTOM ? "below" : "beside", notes_sides[options.notes]);
     PagePlan plan;
     poppler::image image;
-    bool rendered = page && planFor(*page, options.width, options.height, plan) && render(talk, *page, plan, image);
+    bool rendered = page && planFor(part, options.width, options.height, plan) &&
+                    renderPart(talk, *page, part, plan, false, image);
     if (rendered) {
         fillBitmap(out.show, options.width, options.height, options.background);
         copyRendered(image, out.show, plan.fit.x, plan.fit.y);
     }
-    if (rendered && options.steps) rendered = renderForGrouping(talk, *page, options, plan, image, out.grouping);
+    if (rendered && options.steps) rendered = renderForGrouping(talk, *page, part, options, plan, image, out.grouping);
+    if (rendered && options.notes != NOTES_NONE) {
+        rendered = renderPart(talk, *page, part, plan, true, image);
+        if (rendered) {
+            fillBitmap(out.notes, plan.fit.width, plan.fit.height, options.background);
+            copyRendered(image, out.notes, 0, 0);
+        }
+    }
     if (!rendered) return errorf("Could not render page %d of %s", i + 1, path);
     poppler::byte_array utf8 = page->label().to_utf8();
     out.label.resize((int)utf8.size());

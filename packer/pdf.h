@@ -2,6 +2,7 @@
 // packer itself never opens a talk: worker processes do (see pdf_pages.h).
 #pragma once
 #include "codec/bitmap.h"
+#include "packer/page_geometry.h"
 #include "support/vec.h"
 
 struct PdfOptions {
@@ -9,6 +10,7 @@ struct PdfOptions {
     int height = 754;
     Color background = {0, 0, 0, 0};  // around pages of another aspect ratio
     bool steps = true;                // false: every page is its own slide
+    NotesSide notes = NOTES_NONE;     // each page holds its slide and notes side by side or stacked
 };
 
 // Opens the talk and counts its pages. Returns null or a one-line error.
@@ -20,11 +22,13 @@ const char* countPdfPages(const char* path, int* pages);
 struct RenderedPage {
     Bitmap show;
     Bitmap grouping;
+    Bitmap notes;     // with notes: the page's notes half, at the size of the slide it shows
     vec<char> label;  // UTF-8, not terminated; empty when the page has none
 };
 
 // Renders page i (from 0) at the show's size, antialiased, fitted and centred on the background;
-// with steps on, also for grouping. The talk stays open for this process's next pages. Returns
+// with steps on, also for grouping. With notes, the slide is the page's slide half and the notes
+// half is rendered at the same scale. The talk stays open for this process's next pages. Returns
 // null or a one-line error.
 const char* renderPdfPage(const char* path, int i, const PdfOptions& options, RenderedPage& page);
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "codec/codec.h"
+#include "codec/encoder.h"
 #include "packer/job_pool.h"
 #include "packer/limits.h"
 
@@ -31,8 +32,15 @@ const char* countPages(const char* path, const PdfRun& pdf, int* pages) {
     return runJobs(run);
 }
 
-// A worker's rendering of one page: its label, the show's page (the plain encoder's stream) and
-// the grouping rendering's stream (empty when it is the show's page itself).
+bool oneColour(const Bitmap& b) {
+    for (size_t i = 1, n = (size_t)b.width * b.height; i < n; i++)
+        if (b.data[i] != b.data[0]) return false;
+    return true;
+}
+
+// A worker's rendering of one page: its label, the show's page (the plain encoder's stream), the
+// grouping rendering's stream (empty when it is the show's page itself) and the notes picture's
+// stream as the archive keeps it (empty when there are none or they are blank).
 void putRendered(RenderedPage& page, vec<unsigned char>& result) {
     putPart(result, page.label.data, page.label.size);
     vec<unsigned char> stream;
@@ -41,6 +49,31 @@ void putRendered(RenderedPage& page, vec<unsigned char>& result) {
     stream.clear();
     if (page.grouping.data) compress(page.grouping, stream, false);
     putPart(result, stream.data, stream.size);
+    stream.clear();
+    if (page.notes.data && !oneColour(page.notes)) {
+        IndexedPage indexed;
+        indexPage(page.notes, indexed);
+        encodePage(indexed, nullptr, nullptr, kFullEffort, stream);
+    }
+    putPart(result, stream.data, stream.size);
+}
+
+// Adds a page's notes stream to the show's notes; the same notes as the page before share its
+// picture.
+void addNotes(const unsigned char* stream, int size, ShowNotes& notes) {
+    int number = -1;
+    if (size > 0) {
+        int last = notes.pictures.size - 1;
+        bool repeated = last >= 0 && notes.pictures[last].size == size &&
+                        memcmp(notes.pictures[last].data, stream, (size_t)size) == 0;
+        if (!repeated) {
+            vec<unsigned char>& picture = notes.pictures.push();
+            picture.resize(size);
+            memcpy(picture.data, stream, (size_t)size);
+        }
+        number = notes.pictures.size - 1;
+    }
+    notes.of_screen.push(number);
 }
 
 // The packer's side of the pages, taken in order.
@@ -51,15 +84,17 @@ struct Taker {
     Survey& survey;
     vec<bool>& flags;
     Grouping& grouping;
+    ShowNotes& notes;
     std::string before_label;
     Bitmap before;  // the page before's grouping rendering
 
     const char* take(int i, const vec<unsigned char>& result) {
-        int at = 0, label_size, show_size, grouping_size;
-        const unsigned char *label, *show, *grouped;
+        int at = 0, label_size, show_size, grouping_size, notes_size;
+        const unsigned char *label, *show, *grouped, *noted;
         if (!takePart(result, at, label, label_size) || !takePart(result, at, show, show_size) ||
-            !takePart(result, at, grouped, grouping_size))
+            !takePart(result, at, grouped, grouping_size) || !takePart(result, at, noted, notes_size))
             return "A worker's page came back damaged.";
+        if (pdf.options.notes != NOTES_NONE) addNotes(noted, notes_size, notes);
         vec<unsigned char> stream;
         stream.resize(show_size);
         memcpy(stream.data, show, (size_t)show_size);
@@ -94,14 +129,17 @@ struct Taker {
 }  // namespace
 
 const char* surveyPdf(const char* path, const PdfRun& pdf, PageStore& store, Survey& survey, vec<bool>& flags,
-                      Grouping& grouping, void (*progress)(int i, int n)) {
+                      Grouping& grouping, ShowNotes& notes, void (*progress)(int i, int n)) {
     int n = 0;
     if (const char* error = countPages(path, pdf, &n)) return error;
     long long pixels = (long long)pdf.options.width * pdf.options.height + (long long)kGroupingWidth * kGroupingHeight;
-    Taker taker{path, pdf, store, survey, flags, grouping, "", Bitmap()};
+    long long worker_bytes = kRenderBytesPerPixel * pixels;
+    // With notes a worker also holds the notes half and encodes it.
+    if (pdf.options.notes != NOTES_NONE) worker_bytes += kEncodeBytesPerPixel * pdf.options.width * pdf.options.height;
+    Taker taker{path, pdf, store, survey, flags, grouping, notes, "", Bitmap()};
     JobRun run;
     run.count = n;
-    run.workers = workersWithin(pdf.jobs, kRenderBytesPerPixel * pixels, kWorkerMemoryBudget);
+    run.workers = workersWithin(pdf.jobs, worker_bytes, kWorkerMemoryBudget);
     run.time_limit = pdf.page_timeout;
     run.time_limit_note = " (see --page-timeout)";
     run.work = [&](int i, vec<unsigned char>& result) {

@@ -5,6 +5,7 @@
 #pragma once
 #include "packer/pdf.h"
 #include "packer/survey.h"
+#include "show/notes.h"
 
 struct PdfRun {
     PdfOptions options;
@@ -13,7 +14,9 @@ struct PdfRun {
 };
 
 // Renders every page of the talk, surveys the pages in order and groups them into slides
-// (flags: true when a page continues the slide before). Calls progress(i, n) before page i.
-// Returns null or a one-line error.
+// (flags: true when a page continues the slide before). With notes in the run's options, the
+// notes of every page go into notes: a notes half of one colour counts as none, and a page
+// whose notes are those of the page before shares their picture. Calls progress(i, n) before
+// page i. Returns null or a one-line error.
 const char* surveyPdf(const char* path, const PdfRun& run, PageStore& store, Survey& survey, vec<bool>& flags,
-                      Grouping& grouping, void (*progress)(int i, int n));
+                      Grouping& grouping, ShowNotes& notes, void (*progress)(int i, int n));

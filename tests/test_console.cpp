@@ -17,6 +17,7 @@
 
 #include "app/console_layout.h"
 #include "codec/codec.h"
+#include "png/png.h"
 #include "helpers/presenting.h"
 #include "helpers/run.h"
 #include "helpers/screen_text.h"
@@ -447,6 +448,69 @@ TEST_F(ConsoleBare24, DamagedNotes) {
     EXPECT_EQ(r.err, "ERROR! The show's notes are damaged.\n");
     RunResult plain = server->run({buildProgram("view_slides"), path, "-png-slides"}, tmp_.path);
     EXPECT_EQ(plain.status, 0) << "without the console the notes are not read: " << plain.err;
+}
+
+// A talk made for a second screen, packed with its notes, shows them: a deck of four pages
+// (slides [1] [2 2+step] [3]) written as a PDF with a notes page beside every slide by
+// make_notes_pdf, which leaves slide 3's notes blank, and packed with --notes right.
+TEST_F(ConsoleBare24, PackedNotesPdfShowsItsNotes) {
+    const char* pages[] = {"p1.png 0", "p2.png 0", "p3.png 1", "p4.png 0"};
+    std::string list;
+    for (int i = 0; i < 4; i++) {
+        Bitmap page;
+        page.data = allocPixels(400, 300);
+        page.width = 400;
+        page.height = 300;
+        for (int k = 0; k < 400 * 300; k++)
+            page.data[k] = Color{(unsigned char)(40 * i), (unsigned char)(k % 400 / 2), (unsigned char)(k / 400), 0};
+        std::string name = std::string(pages[i]).substr(0, 6);
+        ASSERT_TRUE(writePng(tmp_.file(name).c_str(), page));
+        list += std::string(pages[i]) + "\n";
+    }
+    writeFileBytes(tmp_.file("slides.txt"), list);
+    RunResult made = runProgram({buildProgram("make_notes_pdf"), tmp_.path, tmp_.file("talk.pdf"), "right"});
+    ASSERT_EQ(made.status, 0) << made.err;
+    std::string archive = tmp_.file("talk.slides");
+    RunResult packed = runProgram({buildProgram("pack_slides"), tmp_.file("talk.pdf"), "--notes", "right", "--size",
+                                   "400x300", "--archive", archive, "--verify"});
+    ASSERT_EQ(packed.status, 0) << packed.err;
+
+    // The notes as the archive holds them, decoded: the console must show these.
+    File in;
+    in.open(archive.c_str(), "rb");
+    ArchiveIndex index;
+    ASSERT_EQ(readIndex(in, ARCHIVE_SEPARATE, index), nullptr);
+    ShowNotes notes;
+    ASSERT_EQ(readNotes(in, index, notes), nullptr);
+    ASSERT_EQ(notes.pictures.size, 2);
+    const int notes_of[] = {0, 1, 1, -1};
+    std::vector<std::unique_ptr<Bitmap>> bitmaps;
+    std::vector<const Bitmap*> pictures;
+    for (int k = 0; k < 2; k++) {
+        bitmaps.emplace_back(new Bitmap);
+        const unsigned char* bytes = notes.pictures[k].data;
+        ASSERT_EQ(decompress(*bitmaps.back(), bytes, notes.pictures[k].data + notes.pictures[k].size), nullptr);
+        pictures.push_back(bitmaps.back().get());
+    }
+
+    layout_ = consoleLayout(kLaptop.width, kLaptop.height, true);
+    TestShow show = {400, 300, {false, false, true, false}};
+    RunningViewer v(*this->server, show, archive, {"-console"});
+    ASSERT_TRUE(v.ok());
+    ASSERT_TRUE(findConsole());
+    for (int screen = 0; screen < 4; screen++) {
+        if (screen > 0) v.key("space");
+        int k = notes_of[screen];
+        if (k < 0) {
+            EXPECT_TRUE(showsNoNotes()) << "screen " << screen;
+            continue;
+        }
+        Rect at = fitted(layout_.notes, pictures[k]->width, pictures[k]->height);
+        EXPECT_TRUE(pictured(at, references().get("packed notes", pictures, k, at.width, at.height),
+                             "packed notes " + std::to_string(k)))
+            << "screen " << screen;
+    }
+    EXPECT_EQ(v.quitWith("q"), 0);
 }
 
 TEST_F(ConsoleBare24, ClosingTheConsoleEndsTheShow) {

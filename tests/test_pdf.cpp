@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
@@ -20,6 +21,7 @@
 #include <vector>
 
 #include "show/archive.h"
+#include "show/notes.h"
 #include "helpers/run.h"
 #include "png/png.h"
 #include "packer/limits.h"
@@ -434,18 +436,162 @@ TEST(PdfPack, BadInputsGiveOneErrorLineAndNoOutput) {
         expectOneError(pack(good, {"--page-timeout", bad}), show, "--page-timeout");
 }
 
+int filesIn(const std::string& folder) {
+    int n = 0;
+    for (auto& entry : std::filesystem::directory_iterator(folder)) n += entry.is_regular_file();
+    return n;
+}
+
+// ---- notes: every page holds its slide and the presenter's notes beside or below it ----------
+
+// The slides of the notes tests: [1] [2 2+step] [3] [4]; the notes of each slide drawn in a
+// 400 x 300 part of their own, none (a blank part) for slide 3.
+const std::vector<std::string> kNotedSlides = {kRed, kSquare, std::string(kSquare) + kAdded, kDark, kGrey};
+const std::vector<std::string> kNotedLabels = {"1", "2", "2", "3", "4"};
+std::string notesOf(int page) {
+    const char* drawn[] = {"0.2 g 20 250 300 20 re f 20 210 200 20 re f\n", "0.3 g 20 250 260 20 re f 20 170 340 30 re f\n",
+                           "0.3 g 20 250 260 20 re f 20 170 340 30 re f\n", "", "0.1 0.3 0.1 rg 60 60 280 180 re f\n"};
+    return drawn[page];
+}
+const int kNotesOfScreen[] = {0, 1, 1, -1, 2};  // the steps of slide 2 share their notes
+
+// The notes test talk with the notes on `side` ("none": the slides alone, 400 x 300 pages).
+std::string notesTalk(const std::string& side) {
+    std::vector<TestPage> pages;
+    for (size_t i = 0; i < kNotedSlides.size(); i++) {
+        // The slide's and the notes' drawings, each moved to its part of the page and kept in it.
+        auto at = [](double x, double y, const std::string& drawing) {
+            std::ostringstream moved;
+            moved << "q " << x << " " << y << " 400 300 re W n 1 0 0 1 " << x << " " << y << " cm " << drawing << " Q\n";
+            return drawing.empty() ? std::string() : moved.str();
+        };
+        const std::string& slide = kNotedSlides[i];
+        std::string notes = notesOf((int)i);
+        if (side == "right") pages.push_back(page(at(0, 0, slide) + at(400, 0, notes), kNotedLabels[i], 800, 300));
+        if (side == "left") pages.push_back(page(at(400, 0, slide) + at(0, 0, notes), kNotedLabels[i], 800, 300));
+        if (side == "bottom") pages.push_back(page(at(0, 300, slide) + at(0, 0, notes), kNotedLabels[i], 400, 600));
+        if (side == "none") pages.push_back(page(slide, kNotedLabels[i]));
+    }
+    return makePdf(pages, true);
+}
+
+// The notes of an archive, each decoded (null for none).
+std::vector<std::shared_ptr<Bitmap>> archiveNotes(const std::string& path, int* pictures) {
+    File in;
+    in.open(path.c_str(), "rb");
+    ArchiveIndex index;
+    EXPECT_EQ(readIndex(in, ARCHIVE_SEPARATE, index), nullptr);
+    ShowNotes notes;
+    EXPECT_EQ(readNotes(in, index, notes), nullptr);
+    *pictures = notes.pictures.size;
+    std::vector<std::shared_ptr<Bitmap>> out;
+    for (int i = 0; i < index.ns; i++) {
+        const vec<unsigned char>* stream = notes.of(i);
+        if (!stream) {
+            out.push_back(nullptr);
+            continue;
+        }
+        auto picture = std::make_shared<Bitmap>();
+        const unsigned char* bytes = stream->data;
+        EXPECT_EQ(decompress(*picture, bytes, stream->data + stream->size), nullptr);
+        out.push_back(picture);
+    }
+    return out;
+}
+
+std::string filesOf(const TempDir& tmp, int screens) {
+    std::string all;
+    for (int i = 0; i < screens; i++) all += readFileBytes(screenFile(tmp, i));
+    return all;
+}
+
+TEST(PdfNotes, EverySideGivesTheSlidesShowAndItsNotes) {
+    TempDir plain;
+    writeFile(plain.file("talk.pdf"), notesTalk("none"));
+    RunResult r = packAndExport(plain.file("talk.pdf"), {}, plain);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::vector<std::shared_ptr<Bitmap>> first;
+    for (const char* side : {"right", "left", "bottom"}) {
+        TempDir tmp;
+        writeFile(tmp.file("talk.pdf"), notesTalk(side));
+        r = packAndExport(tmp.file("talk.pdf"), {"--notes", side}, tmp);
+        ASSERT_EQ(r.status, 0) << side << ": " << r.err;
+        EXPECT_NE(r.out.find("Notes for 4 of the 5 pages, in 3 pictures"), std::string::npos) << r.out;
+        EXPECT_EQ(archiveFlags(tmp.file("archive")), archiveFlags(plain.file("archive"))) << side;
+        // The screens are the slides alone, pixel for pixel.
+        EXPECT_EQ(filesOf(tmp, 5), filesOf(plain, 5)) << side;
+        int pictures = 0;
+        std::vector<std::shared_ptr<Bitmap>> notes = archiveNotes(tmp.file("archive"), &pictures);
+        EXPECT_EQ(pictures, 3) << side;
+        ASSERT_EQ(notes.size(), 5u);
+        for (int i = 0; i < 5; i++) {
+            ASSERT_EQ(notes[i] != nullptr, kNotesOfScreen[i] >= 0) << side << " screen " << i;
+            if (!notes[i]) continue;
+            EXPECT_EQ(notes[i]->width, 1005) << "the notes part at the slide's scale";
+            EXPECT_EQ(notes[i]->height, 754);
+            EXPECT_GT(colorsOf(*notes[i]).size(), 1u);
+            if (!first.empty()) {
+                EXPECT_EQ(differingPixels(*notes[i], *first[i]), 0) << side << " screen " << i;
+            }
+        }
+        EXPECT_EQ(differingPixels(*notes[1], *notes[2]), 0);
+        EXPECT_GT(differingPixels(*notes[0], *notes[1]), 0);
+        if (first.empty()) first = notes;
+    }
+}
+
+TEST(PdfNotes, ShowWithNotesExportsTheFilesOfTheShowWithout) {
+    TempDir noted, plain;
+    writeFile(noted.file("talk.pdf"), notesTalk("right"));
+    writeFile(plain.file("talk.pdf"), notesTalk("none"));
+    for (const char* mode : {"-png-screens", "-png-slides"}) {
+        TempDir a, b;
+        ASSERT_EQ(runProgram({buildProgram("pack_slides"), noted.file("talk.pdf"), "--notes", "right", "-o",
+                              a.file("show")}).status, 0);
+        ASSERT_EQ(runProgram({buildProgram("pack_slides"), plain.file("talk.pdf"), "-o", b.file("show")}).status, 0);
+        EXPECT_GT(readFileBytes(a.file("show")).size(), readFileBytes(b.file("show")).size());
+        TempDir out_a, out_b;
+        EXPECT_EQ(runProgram({a.file("show"), mode}, out_a.path).status, 0);
+        EXPECT_EQ(runProgram({b.file("show"), mode}, out_b.path).status, 0);
+        std::vector<std::string> names;
+        for (auto& entry : std::filesystem::directory_iterator(out_b.path)) names.push_back(entry.path().filename());
+        EXPECT_EQ(names.size(), mode == std::string("-png-screens") ? 5u : 4u);
+        EXPECT_EQ(filesIn(out_a.path), (int)names.size());
+        for (const std::string& name : names)
+            EXPECT_EQ(readFileBytes(out_a.file(name)), readFileBytes(out_b.file(name))) << mode << " " << name;
+    }
+}
+
+TEST(PdfNotes, PagesNotMadeThatWayAreRefused) {
+    TempDir tmp;
+    std::string show = tmp.file("show");
+    writeFile(tmp.file("plain.pdf"), notesTalk("none"));
+    writeFile(tmp.file("right.pdf"), notesTalk("right"));
+    writeFile(tmp.file("bottom.pdf"), notesTalk("bottom"));
+    auto pack = [&](const std::string& pdf, const std::string& side) {
+        return runProgram({buildProgram("pack_slides"), tmp.file(pdf), "--notes", side, "-o", show});
+    };
+    expectOneError(pack("plain.pdf", "right"), show, "Page 1 of");
+    expectOneError(pack("plain.pdf", "right"), show, "does not hold a slide with its notes beside it (--notes right)");
+    expectOneError(pack("plain.pdf", "left"), show, "(--notes left)");
+    expectOneError(pack("plain.pdf", "bottom"), show, "notes below it (--notes bottom)");
+    expectOneError(pack("right.pdf", "bottom"), show, "(--notes bottom)");
+    expectOneError(pack("bottom.pdf", "right"), show, "(--notes right)");
+    expectOneError(pack("right.pdf", "top"), show, "--notes wants right, left or bottom: top");
+    // Notes come with a PDF talk, not with PNG pages.
+    Bitmap png;
+    solidPage(png, 40, 30, kBlue);
+    ASSERT_TRUE(writePng(tmp.file("page.png").c_str(), png));
+    expectOneError(runProgram({buildProgram("pack_slides"), tmp.file("page.png"), "--notes", "right", "-o", show}),
+                   show, "apply to a PDF talk");
+}
+
 // A page whose image declares 10^6 x 10^6 pixels in three bytes: the PDF library renders it for
 // minutes or more.
 TestPage endlessPage(const std::string& label) {
     TestPage p = page("q 400 0 0 300 0 0 cm /Im Do Q\n", label);
     p.image_width = p.image_height = 1000000;
     return p;
-}
-
-int filesIn(const std::string& folder) {
-    int n = 0;
-    for (auto& entry : std::filesystem::directory_iterator(folder)) n += entry.is_regular_file();
-    return n;
 }
 
 TEST(PdfWorkers, APageThatTakesTooLongFailsThePackNamingIt) {
@@ -533,7 +679,8 @@ std::vector<bool> groupTalk(const std::string& pdf, int width, int height,
     Survey survey;
     vec<bool> flags;
     Grouping g;
-    EXPECT_EQ(surveyPdf(pdf.c_str(), run, store, survey, flags, g, nullptr), nullptr);
+    ShowNotes notes;
+    EXPECT_EQ(surveyPdf(pdf.c_str(), run, store, survey, flags, g, notes, nullptr), nullptr);
     for (int i = 0; page && i < survey.pages.size; i++) {
         vec<unsigned char> stream;
         Bitmap rendered;

@@ -5,7 +5,8 @@
 //
 // Every page is the slide's page with a notes picture to its right, to its left or below it
 // (none: the slide alone). Pages of one slide share one page label. The notes picture of a
-// slide names the slide; every third slide has a blank notes picture, which stands for none.
+// slide names the slide and has a coloured band of its own; every third slide has a blank notes
+// picture, which stands for none.
 // It exists to test and measure the packer's notes; the pictures are drawn with the project's
 // own fonts.
 #include <zlib.h>
@@ -48,10 +49,13 @@ std::vector<Page> readDeck(const std::string& folder) {
     return pages;
 }
 
-// The notes picture of a slide: white, with a few lines of dark text, or blank.
+// The notes picture of a slide: white, with a thin band of a colour of the slide's own along the
+// bottom (so that notes pictures tell apart at a glance) and a few lines of dark text; or blank.
 std::vector<Color> notesPicture(int width, int height, int slide) {
     std::vector<Color> picture((size_t)width * height, Color{255, 255, 255, 0});
     if (slide % 3 == 0) return picture;
+    Color band = {(unsigned char)(slide * 67), (unsigned char)(slide * 151), (unsigned char)(slide * 37), 0};
+    for (size_t i = (size_t)width * (height - height / 32); i < picture.size(); i++) picture[i] = band;
     win_width = width;
     win_height = height;
     win_size = width * height;
