@@ -566,6 +566,40 @@ std::string jsonList(const char* name, const std::vector<std::string>& items) {
 
 }  // namespace
 
+// What notes add to a show: the deck written as a talk with a notes page beside every slide
+// (make_notes_pdf) packed with --notes right, against the same talk without the notes pages.
+struct NotesRow {
+    std::string deck;
+    long long with_notes = -1, without = -1;
+};
+
+NotesRow measureNotes(const DeckInput& d) {
+    NotesRow row{d.name};
+    std::string talk = buildPath("bench-" + d.name + "-notes"), plain = buildPath("bench-" + d.name + "-plain");
+    for (const std::string& side : {std::string("right"), std::string("none")}) {
+        std::string pdf = (side == "none" ? plain : talk) + ".pdf", archive = (side == "none" ? plain : talk) + ".slides";
+        if (runMeasured({buildPath("make_notes_pdf"), d.folder, pdf, side}).status != 0) return row;
+        std::vector<std::string> argv = {buildPath("pack_slides"), pdf, "--archive", archive};
+        if (side != "none") argv.insert(argv.end(), {"--notes", side});
+        if (runMeasured(argv).status != 0) return row;
+        (side == "none" ? row.without : row.with_notes) = fileSize(archive);
+    }
+    return row;
+}
+
+void printNotes(const std::vector<NotesRow>& rows) {
+    if (rows.empty()) return;
+    printf("\n== notes packed into the show (make_notes_pdf, --notes right) ==\n");
+    for (const NotesRow& r : rows) {
+        if (r.with_notes < 0 || r.without < 0) {
+            printf("  %-18s could not be measured\n", r.deck.c_str());
+            continue;
+        }
+        printf("  %-18s %lld bytes with notes, %lld without: the notes add %lld bytes (%.1f %%)\n", r.deck.c_str(),
+               r.with_notes, r.without, r.with_notes - r.without, 100.0 * (r.with_notes - r.without) / r.without);
+    }
+}
+
 int main(int argc, char** argv) {
     startSpawner();
     std::vector<DeckInput> decks;
@@ -603,6 +637,9 @@ int main(int argc, char** argv) {
     }
 
     double load_after = loadAverage();
+    std::vector<NotesRow> notes;
+    for (const DeckInput& d : decks)
+        if (d.detailed) notes.push_back(measureNotes(d));
     std::vector<UnpackRow> unpacking;
     for (const DeckInput& d : decks)
         if (d.unpacked) unpacking.push_back(measureUnpacking(d));
@@ -628,6 +665,7 @@ int main(int argc, char** argv) {
     }
     printPacking(packing, load_before, load_after);
     printUnpacking(unpacking);
+    printNotes(notes);
 
     std::vector<std::string> packing_json, unpacking_json;
     for (const PackRow& r : packing) packing_json.push_back(jsonPacking(r));
