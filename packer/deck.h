@@ -1,16 +1,18 @@
 // A presenter's deck: the page files in order and the slide grouping.
 #pragma once
 #include "codec/bitmap.h"
+#include "support/util.h"
 #include "support/vec.h"
 
 struct Deck {
-    vec<char*> files;  // malloc'ed paths
-    vec<bool> flags;   // true: the page continues the slide of the page before
+    vec<char*> files;     // malloc'ed paths
+    vec<bool> flags;      // true: the page continues the slide of the page before
+    char* list = nullptr;  // a deck folder's slides.txt (malloc'ed); null when it has none
     ~Deck();
 };
 
-// Reads FOLDER/slides.txt: one line `<file> <flag>` per page, flag 1 = continues the slide before.
-// Blank lines are skipped. Returns null or a one-line error.
+// Reads a deck folder: the pages its slides.txt lists, or, when it has no slides.txt, its *.png
+// files in name order, each a slide of its own. Returns null or a one-line error.
 const char* readSlideList(const char* folder, Deck& deck);
 
 // Takes the grouping of deck.files from a slides.txt-style list, matching by file name.
@@ -18,6 +20,3 @@ const char* applySlideList(const char* list_path, Deck& deck);
 
 // Reads every page; all must be opaque and of one size. Calls progress(i) before page i.
 const char* loadPages(const Deck& deck, vec<Bitmap>& pages, void (*progress)(int i, int n));
-
-// Formats an error into a buffer that lives until the next call.
-const char* errorf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -21,3 +21,8 @@ struct Show {
 // screen into an Image. Progress lines go to `progress` (null: none). Returns null, or a
 // one-line description of what is wrong with the archive or the export.
 const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress);
+
+// Before unpacking in an export mode: every file the run will write must be one that an output
+// may replace (not a device, FIFO or folder, nor the archive itself), and the working folder must
+// take new files. Returns null or a one-line error.
+const char* checkExports(const ArchiveIndex& index, RunMode mode, const char* archive_path);
