@@ -416,6 +416,20 @@ TEST(PdfPack, BadInputsGiveOneErrorLineAndNoOutput) {
     expectOneError(runProgram({buildProgram("pack_slides"), good, good, "-o", show}), show, "one PDF");
 }
 
+// `pack_slides talk.pdf -o talk.pdf` once replaced the talk with the show.
+TEST(PdfPack, TheTalkIsNeverReplacedByItsShow) {
+    TempDir tmp;
+    std::string pdf = tmp.file("talk.pdf");
+    writeFile(pdf, makePdf({page(kRed, "1")}, true));
+    std::string talk = readFileBytes(pdf);
+    for (const char* output : {"-o", "--archive"}) {
+        RunResult r = runProgram({buildProgram("pack_slides"), pdf, output, pdf});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err, "ERROR! Could not write: " + pdf + ": it would replace the input " + pdf + "\n");
+        EXPECT_EQ(readFileBytes(pdf), talk);
+    }
+}
+
 // The corpus talks: grouping by labels and content gives exactly the decks' slide lists.
 TEST(PdfCorpus, GroupingMatchesTheSlideLists) {
     std::string corpus = corpusDir();
