@@ -458,7 +458,7 @@ TEST(PackSlides, BadInputLeavesNoOutput) {
         {{tmp.file("not.png"), "--archive", tmp.file("a2")}, tmp.file("a2")},
         {{page, tmp.file("small.png"), "-o", tmp.file("show3")}, tmp.file("show3")},
         {{page, "-o", "/nonexistent/folder/show"}, "/nonexistent/folder/show"},
-        {{tmp.path, "-o", tmp.file("show5")}, tmp.file("show5")},  // a folder without slides.txt
+        {{tmp.path, "-o", tmp.file("show5")}, tmp.file("show5")},  // no slides.txt, and not.png is no PNG
     };
     for (const Case& c : cases) {
         std::vector<std::string> argv = {buildProgram("pack_slides")};
