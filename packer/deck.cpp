@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -34,8 +35,6 @@ static bool isRegularFile(const char* path) {
     return stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-static int comparePaths(const void* a, const void* b) { return strcmp(*(char* const*)a, *(char* const*)b); }
-
 // A folder without slides.txt: its *.png files in name order, each a slide of its own.
 static const char* readPngFolder(const char* folder, Deck& deck) {
     DIR* dir = opendir(folder);
@@ -49,7 +48,7 @@ static const char* readPngFolder(const char* folder, Deck& deck) {
             free(path);
     }
     closedir(dir);
-    qsort(deck.files.data, (size_t)deck.files.size, sizeof(char*), comparePaths);
+    std::sort(deck.files.begin(), deck.files.end(), [](const char* a, const char* b) { return strcmp(a, b) < 0; });
     for (int i = 0; i < deck.files.size; i++) deck.flags.push(false);
     return deck.files.size ? nullptr : errorf("%s has neither a slides.txt nor PNG pages", folder);
 }
