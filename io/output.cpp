@@ -81,12 +81,11 @@ const char* standingProblem(const char* path, struct stat& at) {
     return errorf("Could not write: %s: it exists and is not a regular file", path);
 }
 
+// The input named by its path, or by a link there to the file itself.
 bool sameFile(const struct stat& at, const char* input) {
     struct stat in;
-    for (int follow = 0; follow < 2; follow++)
-        if ((follow ? stat(input, &in) : lstat(input, &in)) == 0 && in.st_dev == at.st_dev && in.st_ino == at.st_ino)
-            return true;
-    return false;
+    auto same = [&] { return in.st_dev == at.st_dev && in.st_ino == at.st_ino; };
+    return (lstat(input, &in) == 0 && same()) || (stat(input, &in) == 0 && same());
 }
 
 mode_t currentUmask() {

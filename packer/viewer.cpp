@@ -20,8 +20,9 @@
 static const char kViewerBanner[] = "Now unpacking the slide show to memory.";
 // A viewer whose help carries this line has the switch -help.
 static const char kViewerUsage[] = "Usage: view_slides";
-// How long the viewer may take to answer -help.
+// How long the viewer may take to answer -help, and how much it may say.
 static const int kHelpMilliseconds = 10000;
+static const int kMaxHelpBytes = 1 << 20;
 
 char* viewerPath(const char* named, const char** error) {
     if (named) return strdup(named);
@@ -40,8 +41,8 @@ static bool contains(const vec<unsigned char>& bytes, const char* text) {
     return memmem(bytes.data, (size_t)bytes.size, text, strlen(text)) != nullptr;
 }
 
-// Runs `path -help` with no input and collects what it prints, waiting at most kHelpMilliseconds.
-// True when it ended with status 0 and printed the viewer's usage line.
+// Runs `path -help` with no input and collects what it prints. True when it ended in time with
+// status 0 and printed the viewer's usage line.
 static bool answersHelp(const char* path) {
     int out[2];
     if (pipe(out) != 0) return false;
@@ -58,24 +59,20 @@ static bool answersHelp(const char* path) {
     close(out[1]);
     vec<unsigned char> said;
     unsigned char block[4096];
-    bool timed_out = false;
-    for (;;) {
+    bool ended = false;  // the viewer closed its output
+    while (!ended && said.size <= kMaxHelpBytes) {
         pollfd p{out[0], POLLIN, 0};
-        if (poll(&p, 1, kHelpMilliseconds) <= 0) {
-            timed_out = true;
-            break;
-        }
+        if (poll(&p, 1, kHelpMilliseconds) <= 0) break;
         ssize_t n = read(out[0], block, sizeof block);
-        if (n <= 0 || said.size > (1 << 20)) break;
+        ended = n <= 0;
         for (ssize_t i = 0; i < n; i++) said.push(block[i]);
     }
     close(out[0]);
     if (pid < 0) return false;
-    if (timed_out) kill(pid, SIGKILL);
+    if (!ended) kill(pid, SIGKILL);  // too slow, or too talkative
     int status = 0;
     waitpid(pid, &status, 0);
-    said.push(0);
-    return !timed_out && WIFEXITED(status) && WEXITSTATUS(status) == 0 && strstr((char*)said.data, kViewerUsage);
+    return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0 && contains(said, kViewerUsage);
 }
 
 const char* loadViewer(const char* path, vec<unsigned char>& bytes) {
