@@ -1,12 +1,16 @@
 // view_slides: unpacks the slide archive appended to its own file (or named on the command line)
 // and shows it, or exports it as PNG files.
 #include <cmath>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 #include "show/notes.h"
+#include "show/program.h"
 #include "show/unpack.h"
+#include "support/exits.h"
 #include "app/view.h"
 #include "cmdline/cmdline.h"
 #include "display/monitors.h"
@@ -149,16 +153,31 @@ static Monitors chooseMonitors(const CmdLine::Value& named, bool console, const 
 
 static const char* const end_of_archive = "Unexpected end of the slide archive.";
 
+static const char* readIndexOrEnd(File& archive, ArchiveLayout layout, ArchiveIndex& index) {
+    try {
+        return readIndex(archive, layout, index);
+    } catch (Exception_EOF&) {
+        return end_of_archive;
+    }
+}
+
+// A program named where an archive belongs: a self-contained show, which is run, or a viewer.
+static void failOnProgram(File& archive, const char* path) {
+    unsigned char head[64];
+    ssize_t n = pread(archive.fd, head, sizeof head, 0);
+    if (n <= 0 || programProblem(head, (size_t)n)) return;
+    ArchiveIndex index;
+    if (!readIndexOrEnd(archive, ARCHIVE_APPENDED, index))
+        fail("%s is a slide show to be run, not an archive: start it as a program.", path);
+    fail("%s is a program, not a slide archive.", path);
+}
+
 // Reads the archive's index. In the program's own file an unreadable index means that no show
 // is appended at all.
 static void readShowIndex(File& archive, bool own_file, const char* path, ArchiveIndex& index) {
-    const char* error;
-    try {
-        error = readIndex(archive, own_file ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
-    } catch (Exception_EOF&) {
-        error = end_of_archive;
-    }
+    const char* error = readIndexOrEnd(archive, own_file ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, index);
     if (error && own_file) fail("No slide show is appended to %s; give a slide archive file as the argument.", path);
+    if (error) failOnProgram(archive, path);
     if (error) fail("%s", error);
 }
 
@@ -201,6 +220,8 @@ int main(int argc, char** argv) {
     bool own_file = path == argv[0];
     ArchiveIndex index;
     readShowIndex(archive, own_file, path, index);
+    if (mode != RUN_VIEW) ignoreWriteSignals();  // a file size limit fails an export with its reason
+    if (const char* error = checkExports(index, mode, path)) fail("%s", error);
     Show show;
     const char* error;
     try {

@@ -1,8 +1,8 @@
 // fuzz_seeds OUT [CORPUS]: writes the seed inputs of every fuzz target into OUT/<target>/.
 // Bitmaps are small synthetic ones plus crops of the first pages of each deck in CORPUS (when
 // given and present), turned into codec streams, PNG files and tiny two-screen archives in both
-// layouts; packed integers, command lines and PDF page boxes with show sizes are hand-made edge
-// cases.
+// layouts; packed integers, command lines, PDF page boxes with show sizes and slide lists are
+// hand-made edge cases, with the corpus decks' own slide lists.
 #include <dirent.h>
 #include <sys/stat.h>
 
@@ -195,12 +195,33 @@ void addPageGeometry() {
     }
 }
 
-// The first two pages of every deck in the corpus folder.
+// Slide lists: the usual shape, a byte-order mark, CR LF endings, blank lines, a line at the
+// length limit and one past it, a NUL byte, malformed flags.
+void addSlideLists() {
+    const std::string lists[] = {
+        "page_001.png 0\npage_002.png 0\npage_003.png 1\n",
+        "\xEF\xBB\xBFpage_001.png 0\r\npage_002.png 1\r\n",
+        "\n\n  a.png\t0  \n\n\tb.png 1",
+        std::string(4089, 'x') + ".png 0\n",
+        std::string(4090, 'x') + ".png 0\n",
+        std::string("a.png 0\nb.png\0 1\n", 18),
+        "a.png 2\nb.png\nc.png 0 0\n",
+    };
+    int i = 0;
+    for (const std::string& list : lists) writeFile("fuzz_slide_list", "list_" + std::to_string(i++), list.data(), list.size());
+}
+
+// The first two pages and the slide list of every deck in the corpus folder.
 void addCorpus(const std::string& corpus) {
     DIR* dir = opendir(corpus.c_str());
     if (!dir) return;
     while (dirent* entry = readdir(dir)) {
         if (entry->d_name[0] == '.') continue;
+        std::string list;
+        FILE* in = fopen((corpus + "/" + entry->d_name + "/slides.txt").c_str(), "rb");
+        for (int c; in && (c = fgetc(in)) != EOF;) list += (char)c;
+        if (in) fclose(in);
+        if (!list.empty()) writeFile("fuzz_slide_list", std::string(entry->d_name) + "_slides.txt", list.data(), list.size());
         for (const char* page_name : {"page_001.png", "page_002.png"}) {
             std::string path = corpus + "/" + entry->d_name + "/" + page_name;
             Bitmap page;
@@ -224,6 +245,7 @@ int main(int argc, char** argv) {
     addPackedIntegers();
     addCommandLines();
     addPageGeometry();
+    addSlideLists();
     if (argc == 3) addCorpus(argv[2]);
     printf("%d seed files in %s\n", written, out_dir.c_str());
     return 0;

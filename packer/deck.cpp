@@ -1,72 +1,75 @@
 #include "packer/deck.h"
 
-#include <cstdarg>
+#include <dirent.h>
+#include <errno.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
+#include "packer/slide_list.h"
 #include "png/png.h"
 
 Deck::~Deck() {
     for (int i = 0; i < files.size; i++) free(files[i]);
+    free(list);
 }
 
-const char* errorf(const char* fmt, ...) {
-    static char message[1024];
-    va_list args;
-    va_start(args, fmt);
-    vsnprintf(message, sizeof message, fmt, args);
-    va_end(args);
-    return message;
-}
-
+// folder/name, without doubling the slash of a folder given as "pngs/".
 static char* joinPath(const char* folder, const char* name) {
-    size_t n = strlen(folder) + strlen(name) + 2;
-    char* path = (char*)malloc(n);
-    snprintf(path, n, "%s/%s", folder, name);
-    return path;
+    int keep = (int)strlen(folder);
+    while (keep > 1 && folder[keep - 1] == '/') keep--;
+    bool root = keep == 1 && folder[0] == '/';
+    return nsprintf(root ? "%.*s%s" : "%.*s/%s", keep, folder, name);
 }
 
-// Parses one list line into its file name and flag; false when the line is malformed.
-static bool parseListLine(char* line, char** name, bool* flag) {
-    char* rest = nullptr;
-    *name = strtok_r(line, " \t\r\n", &rest);
-    char* value = strtok_r(nullptr, " \t\r\n", &rest);
-    if (!*name) return true;  // blank
-    if (!value || strtok_r(nullptr, " \t\r\n", &rest)) return false;
-    if (strcmp(value, "0") != 0 && strcmp(value, "1") != 0) return false;
-    *flag = value[0] == '1';
-    return true;
+static bool isPngName(const char* name) {
+    size_t n = strlen(name);
+    return name[0] != '.' && n > 4 && strcmp(name + n - 4, ".png") == 0;
 }
 
-// Calls take(name, flag) for every entry of a slide list; returns null or an error.
-template <class Take>
-static const char* forEachListEntry(const char* list_path, Take take) {
-    FILE* in = fopen(list_path, "r");
-    if (!in) return errorf("Could not open: %s", list_path);
-    char line[4096];
-    const char* error = nullptr;
-    for (int number = 1; !error && fgets(line, sizeof line, in); number++) {
-        char* name;
-        bool flag = false;
-        if (!parseListLine(line, &name, &flag))
-            error = errorf("%s:%d: expected '<file> <flag>' with flag 0 or 1", list_path, number);
-        else if (name)
-            error = take(name, flag, number);
+static bool isRegularFile(const char* path) {
+    struct stat st;
+    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// A folder without slides.txt: its *.png files in name order, each a slide of its own.
+static const char* readPngFolder(const char* folder, Deck& deck) {
+    DIR* dir = opendir(folder);
+    if (!dir) return errorf("Could not read the folder: %s: %s", folder, strerror(errno));
+    while (dirent* entry = readdir(dir)) {
+        if (!isPngName(entry->d_name)) continue;
+        char* path = joinPath(folder, entry->d_name);
+        if (isRegularFile(path))
+            deck.files.push(path);
+        else
+            free(path);
     }
-    fclose(in);
-    return error;
+    closedir(dir);
+    std::sort(deck.files.begin(), deck.files.end(), [](const char* a, const char* b) { return strcmp(a, b) < 0; });
+    for (int i = 0; i < deck.files.size; i++) deck.flags.push(false);
+    return deck.files.size ? nullptr : errorf("%s has neither a slides.txt nor PNG pages", folder);
 }
 
 const char* readSlideList(const char* folder, Deck& deck) {
     char* list = joinPath(folder, "slides.txt");
-    const char* error = forEachListEntry(list, [&](const char* name, bool flag, int number) -> const char* {
-        if (deck.files.size == 0 && flag) return errorf("%s:%d: the first page cannot continue a slide", list, number);
-        deck.files.push(joinPath(folder, name));
-        deck.flags.push(flag);
-        return nullptr;
-    });
+    struct stat st;
+    if (lstat(list, &st) != 0 && errno == ENOENT) {
+        free(list);
+        return readPngFolder(folder, deck);
+    }
+    deck.list = list;
+    vec<unsigned char> bytes;
+    vec<ListEntry> entries;
+    const char* error = readSlideListFile(list, bytes, entries);
+    for (int i = 0; !error && i < entries.size; i++) {
+        if (i == 0 && entries[i].flag) return errorf("%s:%d: the first page cannot continue a slide", list, entries[i].line);
+        deck.files.push(joinPath(folder, entries[i].name));
+        deck.flags.push(entries[i].flag);
+    }
     if (!error && deck.files.size == 0) error = errorf("%s lists no pages", list);
-    free(list);
     return error;
 }
 
@@ -76,15 +79,18 @@ static const char* baseName(const char* path) {
 }
 
 const char* applySlideList(const char* list_path, Deck& deck) {
-    return forEachListEntry(list_path, [&](const char* name, bool flag, int number) -> const char* {
+    vec<unsigned char> bytes;
+    vec<ListEntry> entries;
+    if (const char* error = readSlideListFile(list_path, bytes, entries)) return error;
+    for (const ListEntry& entry : entries)
         for (int i = 0; i < deck.files.size; i++)
-            if (strcmp(baseName(deck.files[i]), baseName(name)) == 0) {
-                if (i == 0 && flag) return errorf("%s:%d: the first page cannot continue a slide", list_path, number);
-                deck.flags[i] = flag;
-                return nullptr;
+            if (strcmp(baseName(deck.files[i]), baseName(entry.name)) == 0) {
+                if (i == 0 && entry.flag)
+                    return errorf("%s:%d: the first page cannot continue a slide", list_path, entry.line);
+                deck.flags[i] = entry.flag;
+                break;
             }
-        return nullptr;  // pages not given on the command line are ignored
-    });
+    return nullptr;  // pages not given on the command line are ignored
 }
 
 static bool isOpaque(const Bitmap& page) {
@@ -95,7 +101,7 @@ static bool isOpaque(const Bitmap& page) {
 }
 
 const char* readPage(const char* path, Bitmap& page) {
-    if (!readPng(path, page)) return errorf("Could not read the PNG file: %s", path);
+    if (!readPng(path, page)) return errorf("Could not read the PNG file: %s: %s", path, pngLastError());
     if (page.width == 0 || page.height == 0) return errorf("Empty page: %s", path);
     if (!isOpaque(page)) return errorf("%s has transparent pixels; pages must be opaque", path);
     return nullptr;

@@ -1,13 +1,13 @@
 // pack_slides: turns a presenter's PDF talk or PNG pages into a slide archive or a self-contained show.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include "io/output.h"
 #include "show/notes.h"
 #include "show/unpack.h"
 #include "support/exits.h"
@@ -19,6 +19,7 @@
 #include "packer/page_geometry.h"
 #include "packer/pdf_pages.h"
 #include "packer/progress.h"
+#include "packer/viewer.h"
 
 static const char* usage =
     "Usage: pack_slides TALK.pdf (-o SHOW | --archive FILE) [--size WxH] [--background RRGGBB]\n"
@@ -37,7 +38,8 @@ static const char* usage =
     "  --page-timeout SECONDS  the longest a PDF page may take to render (default 60); a page\n"
     "                  that takes longer, or that crashes the PDF library, fails the pack\n"
     "  DECK_FOLDER     a folder with slides.txt: one line '<file> <flag>' per page,\n"
-    "                  flag 1 = the page continues the slide of the page before\n"
+    "                  flag 1 = the page continues the slide of the page before;\n"
+    "                  without slides.txt its *.png files in name order, one slide each\n"
     "  PAGE.png...     pages given one by one, each its own slide unless --slides\n"
     "                  names a list in the slides.txt format that groups them\n"
     "  -o SHOW         write a self-contained show: the viewer with the archive appended\n"
@@ -64,14 +66,10 @@ struct Options {
     bool no_steps = false;
 };
 
-static char* temp_path = nullptr;  // the output being written, removed on failure or interrupt
+static Output output;  // the show or archive being written
 
-static void removeTemp() {
-    if (temp_path) unlink(temp_path);
-}
-
+// The exit removes the output's temporary file.
 [[noreturn]] static void fail(const char* message) {
-    removeTemp();
     if (progressLineOpen()) putchar('\n');
     fflush(stdout);
     fprintf(stderr, "ERROR! %s\n", message);
@@ -126,6 +124,9 @@ static void collectDeck(const Options& o, Deck& deck) {
     if (o.inputs.size == 1 && isFolder(o.inputs[0])) {
         if (o.slide_list) fail("--slides applies to pages given one by one; a deck folder has its own slides.txt");
         error = readSlideList(o.inputs[0], deck);
+        if (!error && !deck.list)
+            printf("No slides.txt in %s: packing its %d PNG files in name order, each a slide of its own\n",
+                   o.inputs[0], deck.files.size);
     } else {
         for (int i = 0; i < o.inputs.size; i++) {
             deck.files.push(strdup(o.inputs[i]));
@@ -136,67 +137,38 @@ static void collectDeck(const Options& o, Deck& deck) {
     if (error) fail(error);
 }
 
-// The viewer that a show is built from: --viewer, else view_slides beside this program's real
-// file (symbolic links resolved), which is the built viewer in a build folder and the installed
-// one after an install.
-static char* viewerPath(const Options& o) {
-    if (o.viewer) return strdup(o.viewer);
-    char self[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) fail("Could not find this program's own path; name the viewer with --viewer");
-    self[n] = 0;
-    char* slash = strrchr(self, '/');
-    *slash = 0;
-    return strdup(errorf("%s/view_slides", self));
-}
-
-// Finds the viewer before the slow work, so that a missing one fails at once, and says which.
-static char* chooseViewer(const Options& o) {
-    char* viewer = viewerPath(o);
-    if (access(viewer, R_OK) != 0) fail(errorf("No viewer at %s; name one with --viewer PATH", viewer));
+// Finds and checks the viewer before the slow work, so that a wrong one fails at once, and says
+// which; its bytes are kept for the show.
+static char* chooseViewer(const Options& o, vec<unsigned char>& bytes) {
+    const char* error = nullptr;
+    char* viewer = viewerPath(o.viewer, &error);
+    if (!error) error = loadViewer(viewer, bytes);
+    if (error) fail(error);
     printf("Using the viewer %s\n", viewer);
     return viewer;
 }
 
-static void copyFileInto(const char* from, File& out) {
-    FILE* in = fopen(from, "rb");
-    if (!in) fail(errorf("Could not open the viewer: %s", from));
-    unsigned char block[65536];
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, in)) > 0)
-        for (size_t i = 0; i < n; i++) out.putChar(block[i]);
-    fclose(in);
+// Every file the pack reads: the output must not replace any of them.
+static void collectInputs(const Options& o, const Deck& deck, const char* viewer, vec<const char*>& inputs) {
+    for (const char* input : o.inputs) inputs.push(input);
+    for (const char* page : deck.files) inputs.push(page);
+    if (deck.list) inputs.push(deck.list);
+    if (o.slide_list) inputs.push(o.slide_list);
+    if (viewer) inputs.push(viewer);
 }
 
-// Opens a temporary file beside the output; it is renamed over the output once complete.
-static int openTemp(const char* output) {
-    size_t n = strlen(output) + 16;
-    temp_path = (char*)malloc(n);
-    snprintf(temp_path, n, "%s.tmpXXXXXX", output);
-    int fd = mkstemp(temp_path);
-    if (fd < 0) {
-        free(temp_path);
-        temp_path = nullptr;
-        fail(errorf("Could not write: %s", output));
-    }
-    return fd;
-}
-
-static long long writeOutput(const Options& o, const char* viewer, int fd, const PackedShow& show,
+// Writes the viewer's bytes (none for an archive alone), the archive and its notes; returns the
+// archive's size.
+static long long writeOutput(const Options& o, const vec<unsigned char>& viewer, const PackedShow& show,
                              const ShowNotes& notes) {
-    const char* output = o.show ? o.show : o.archive;
     File out;
-    out.open(fd, WRITE, true);
-    unsigned long long base = 0;
-    if (o.show) {
-        copyFileInto(viewer, out);
-        base = (unsigned long long)out.tell();
-    }
+    out.open(output.fd, WRITE, true);
+    for (unsigned char c : viewer) out.putChar(c);
+    unsigned long long base = (unsigned long long)viewer.size;
     writeArchive(out, o.show ? ARCHIVE_APPENDED : ARCHIVE_SEPARATE, base, show.backgrounds, show.screens,
                  show.flags, &notes);
     long long total = out.tell();
-    if (!out.close()) fail(errorf("Could not write: %s", output));
-    chmod(temp_path, o.show ? 0755 : 0644);
+    if (!out.close()) fail(outputError(output, strerror(out.writeError())));
     return total - (long long)base;
 }
 
@@ -231,7 +203,7 @@ static const char* verifyNotes(File& in, const ArchiveIndex& index, const ShowNo
 // one screen at a time, and the notes with the ones packed.
 static void verify(const Options& o, const PageStore& store, const Survey& survey, const ShowNotes& notes) {
     File in;
-    in.open(temp_path, "rb");
+    in.open(output.temp, "rb");
     ArchiveIndex index;
     Show show;
     const char* error = nullptr;
@@ -337,55 +309,55 @@ static void loadPdf(const Options& o, const PdfRun& run, PageStore& store, Surve
     printf("Notes for %d of the %d pages, in %d pictures\n", noted, survey.pages.size, notes.pictures.size);
 }
 
-// The folder an output goes to, where the packer keeps its temporary page file.
-static char* folderOf(const char* path) {
-    char* folder = strdup(path);
-    char* slash = strrchr(folder, '/');
-    if (!slash) return strcpy(folder, ".");
-    if (slash == folder) slash++;
-    *slash = 0;
-    return folder;
-}
-
-int main(int argc, char** argv) {
-    atExit(EXIT_INTERRUPT, ExitFunction{0, (void*)removeTemp}, nullptr);
+static int packSlides(int argc, char** argv) {
     Options o;
     parseOptions(argc, argv, o);
     bool pdf = isPdfInput(o);
     PdfRun run = pdf ? pdfRun(o) : PdfRun();
     int jobs = pdf ? run.jobs : jobCount(o);
-    const char* output = o.show ? o.show : o.archive;
-    char* viewer = o.show ? chooseViewer(o) : nullptr;
-    int fd = openTemp(output);  // before the slow work, so that an unwritable output fails at once
-    char* folder = folderOf(output);
-    PageStore store;
-    if (const char* error = store.open(folder)) fail(error);
+    const char* path = o.show ? o.show : o.archive;
+    vec<unsigned char> viewer_bytes;
+    char* viewer = o.show ? chooseViewer(o, viewer_bytes) : nullptr;
     Deck deck;
+    if (!pdf) collectDeck(o, deck);
+    vec<const char*> inputs;
+    collectInputs(o, deck, viewer, inputs);
+    // Before the slow work, so that an output that cannot or must not be written fails at once.
+    if (const char* error = beginOutput(output, path, inputs, o.show ? OUTPUT_PROGRAM : OUTPUT_FILE)) fail(error);
+    char room[PATH_MAX];  // the page store lives beside the output
+    PageStore store;
+    if (const char* error = store.open(folderOf(path, room))) fail(error);
     Survey survey;
     ShowNotes notes;
     if (pdf) {
         loadPdf(o, run, store, survey, deck.flags, notes);
     } else {
-        collectDeck(o, deck);
         if (const char* error = surveyDeck(deck, jobs, store, survey, readProgress)) fail(error);
     }
     PackedShow show;
     if (const char* error = packPages(store, survey, deck.flags, jobs, show, encodeProgress)) fail(error);
-    long long size = writeOutput(o, viewer, fd, show, notes);
+    long long size = writeOutput(o, viewer_bytes, show, notes);
     free(viewer);
     if (o.verify) verify(o, store, survey, notes);
-
-    if (rename(temp_path, output) != 0) fail(errorf("Could not write: %s", output));
-    free(temp_path);
-    temp_path = nullptr;
+    if (const char* error = finishOutput(output)) fail(error);
 
     int slides = 0;
     for (int i = 0; i < deck.flags.size; i++) slides += !deck.flags[i];
     long long source = pdf ? fileBytes(o.inputs[0]) : pngTotal(deck);
     overProgress();
-    printf("Packed %d pages (%d slides) into %s: archive %lld bytes, %.3f of the %s %lld bytes%s\n", survey.pages.size,
-           slides, output, size, source ? (double)size / source : 0.0, pdf ? "PDF's" : "PNG pages'", source,
-           o.verify ? ", verified" : "");
-    free(folder);
+    printf("Packed %d pages (%d slides) into %s: archive %lld bytes (%.2f x the %s)%s\n", survey.pages.size, slides,
+           path, size, source ? (double)size / source : 0.0, pdf ? "PDF" : "PNG pages", o.verify ? ", verified" : "");
     return 0;
+}
+
+// Running out of memory anywhere ends the pack with one error line; the exit removes the output's
+// temporary file, as it does after every other failure, an interrupt or a crash.
+int main(int argc, char** argv) {
+    ignoreWriteSignals();
+    try {
+        return packSlides(argc, argv);
+    } catch (Exception_MemOut&) {
+    } catch (std::bad_alloc&) {
+    }
+    fail("pack_slides ran out of memory");
 }

@@ -2,6 +2,8 @@
 
 #include <png.h>
 
+#include <errno.h>
+
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -12,10 +14,33 @@ namespace {
 
 char last_error[256];
 
-// libpng errors are kept for pngLastError rather than printed; warnings are dropped.
+void setError(const char* message) { snprintf(last_error, sizeof last_error, "%s", message); }
+
+// libpng errors are kept for pngLastError rather than printed; warnings are dropped. A reason
+// already given by the file's own reader or writer is kept.
 void onError(png_structp png, png_const_charp message) {
-    snprintf(last_error, sizeof last_error, "%s", message);
+    if (!last_error[0]) setError(message);
     png_longjmp(png, 1);
+}
+
+// Reads and writes of the file that say why they failed: the system's reason, or a file cut short.
+void readData(png_structp png, png_bytep data, size_t length) {
+    FILE* file = (FILE*)png_get_io_ptr(png);
+    if (fread(data, 1, length, file) == length) return;
+    setError(ferror(file) ? strerror(errno) : "the file ends early (cut short)");
+    png_error(png, last_error);
+}
+
+void writeData(png_structp png, png_bytep data, size_t length) {
+    if (fwrite(data, 1, length, (FILE*)png_get_io_ptr(png)) == length) return;
+    setError(strerror(errno));
+    png_error(png, last_error);
+}
+
+void flushData(png_structp png) {
+    if (fflush((FILE*)png_get_io_ptr(png)) == 0) return;
+    setError(strerror(errno));
+    png_error(png, last_error);
 }
 
 void onWarning(png_structp, png_const_charp) {}
@@ -68,13 +93,16 @@ struct WriteState {
 
 bool hasSignature(FILE* file) {
     unsigned char signature[8];
-    return fread(signature, 1, 8, file) == 8 && png_sig_cmp(signature, 0, 8) == 0;
+    size_t got = fread(signature, 1, 8, file);
+    if (got == 8 && png_sig_cmp(signature, 0, 8) == 0) return true;
+    setError(ferror(file) ? strerror(errno) : "not a PNG file (no PNG signature)");
+    return false;
 }
 
 // Reads the whole image as 8-bit samples into s.rows.
 bool readImage(ReadState& s) {
     if (setjmp(png_jmpbuf(s.png))) return false;
-    png_init_io(s.png, s.file);
+    png_set_read_fn(s.png, s.file, readData);
     png_set_sig_bytes(s.png, 8);
 #ifdef SLIDES_FUZZING
     // Fuzz builds: ignore chunk checksums so that mutated files reach the decoder.
@@ -84,8 +112,8 @@ bool readImage(ReadState& s) {
     png_uint_32 width = png_get_image_width(s.png, s.info);
     png_uint_32 height = png_get_image_height(s.png, s.info);
     if (!sizeWithinLimits(width, height)) {
-        snprintf(last_error, sizeof last_error, "image size %ux%u beyond the limits", (unsigned)width,
-                 (unsigned)height);
+        snprintf(last_error, sizeof last_error, "image size %ux%u beyond the limits (%d a side, %lld pixels)",
+                 (unsigned)width, (unsigned)height, kMaxSide, kMaxPixels);
         return false;
     }
     png_set_expand(s.png);
@@ -121,7 +149,7 @@ bool convertRows(const Rows& rows, int colour_type, int width, int height, Color
 
 bool writeImage(WriteState& s, const Bitmap& bitmap) {
     if (setjmp(png_jmpbuf(s.png))) return false;
-    png_init_io(s.png, s.file);
+    png_set_write_fn(s.png, s.file, writeData, flushData);
     png_set_IHDR(s.png, s.info, bitmap.width, bitmap.height, 8, PNG_COLOR_TYPE_RGB_ALPHA,
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(s.png, s.info);
@@ -149,9 +177,11 @@ bool readPng(const char* path, Bitmap& bitmap) {
     last_error[0] = 0;
     ReadState s;
     s.file = fopen(path, "rb");
+    if (!s.file) setError(strerror(errno));
     if (!s.file || !hasSignature(s.file)) return false;
     s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
     if (s.png) s.info = png_create_info_struct(s.png);
+    if (!s.info) setError("out of memory");
     bool ok = s.info && readImage(s);
     if (ok) {
         int width = (int)png_get_image_width(s.png, s.info);
@@ -175,13 +205,21 @@ bool writePng(const char* path, const Bitmap& bitmap) {
     last_error[0] = 0;
     WriteState s;
     s.file = fopen(path, "wb");
-    if (!s.file) return false;
+    if (!s.file) {
+        setError(strerror(errno));
+        return false;
+    }
     s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
     if (s.png) s.info = png_create_info_struct(s.png);
-    if (!s.info) return false;
+    if (!s.info) {
+        setError("out of memory");
+        return false;
+    }
     fillRgbaRows(s.rows, bitmap);
     if (!writeImage(s, bitmap)) return false;
     FILE* file = s.file;
     s.file = nullptr;
-    return fclose(file) == 0;
+    if (fclose(file) == 0) return true;
+    setError(strerror(errno));
+    return false;
 }

@@ -10,5 +10,6 @@ bool readPng(const char* path, Bitmap& bitmap);
 // Writes bitmap as 8-bit RGBA. True when the file was written completely.
 bool writePng(const char* path, const Bitmap& bitmap);
 
-// The message of the last libpng error met by readPng or writePng, "" when there was none.
+// Why the last readPng or writePng failed: the system's reason (a missing file, a full disk),
+// "not a PNG file", a file cut short, or libpng's own message; "" after a success.
 const char* pngLastError();

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <climits>
 #include <cstdio>
 
 #include "show/notes.h"
@@ -25,12 +26,14 @@ static unsigned long long fileLength(File& file) {
     return (unsigned long long)st.st_size;
 }
 
-// Reads a count the way the index stores it: a packed integer taken as a 32-bit signed int,
-// where 0 or less means none. A count that needs more index bytes than the file has is malformed.
+// Reads a count of the index: a packed integer that must fit a 32-bit signed int (a larger one
+// would read as none or as a few). A count that needs more index bytes than the file has is malformed.
 static const char* readCount(File& file, unsigned long long limit, int& count) {
-    int n = (int)getUInt(file);
-    count = n > 0 ? n : 0;
-    return (unsigned long long)count > limit ? "Index counts exceed the size of the archive." : nullptr;
+    unsigned long long n = getUInt(file);
+    count = 0;
+    if (n > INT_MAX) return "Index count too large for a slide archive.";
+    count = (int)n;
+    return n > limit ? "Index counts exceed the size of the archive." : nullptr;
 }
 
 const char* readIndex(File& archive, ArchiveLayout layout, ArchiveIndex& index) {

@@ -1,9 +1,12 @@
 #include "show/unpack.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 
 #include "codec/codec.h"
+#include "io/output.h"
 #include "png/png.h"
 
 bool debug = false;
@@ -44,22 +47,54 @@ static const char* checkSizes(int screen_width, int screen_height, const Bitmap&
     return nullptr;
 }
 
-// Writes screen i in the export modes; *slide counts the slides written so far.
-static const char* exportScreen(RunMode mode, const Show& show, int i, const Bitmap& screen, int* slide,
-                                char* name, size_t name_size) {
+// Names the file that screen i goes to in the export modes; false when it is not exported.
+// *slide counts the slides named so far.
+static bool exportName(RunMode mode, const vec<bool>& flags, int i, int* slide, char (&name)[64]) {
     if (mode == RUN_PNG_SCREENS) {
-        snprintf(name, name_size, "screen_%.3d.png", i);
-    } else if (mode == RUN_PNG_SLIDES) {
-        bool ends_slide = i == show.flags.size - 1 || !show.flags[i + 1];
-        if (!ends_slide) return nullptr;
-        snprintf(name, name_size, "slide_%.2d.png", ++*slide);
-    } else {
-        return nullptr;
+        snprintf(name, sizeof name, "screen_%.3d.png", i);
+        return true;
     }
-    if (writePng(name, screen)) return nullptr;
-    static char message[96];
-    snprintf(message, sizeof message, "Could not write: %s", name);
-    return message;
+    bool ends_slide = i == flags.size - 1 || !flags[i + 1];
+    if (mode != RUN_PNG_SLIDES || !ends_slide) return false;  // viewing, or a step before the slide's last
+    snprintf(name, sizeof name, "slide_%.2d.png", ++*slide);
+    return true;
+}
+
+// The screens that are decoded: with `debug`, only the first DEBUG_SCREENS.
+static int screensDecoded(int ns) { return debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns; }
+
+const char* checkExports(const ArchiveIndex& index, RunMode mode, const char* archive_path) {
+    if (mode == RUN_VIEW) return nullptr;
+    vec<const char*> inputs;
+    inputs.push(archive_path);
+    char name[64];
+    int slide = 0;
+    bool probed = false;
+    for (int i = 0; i < screensDecoded(index.ns); i++) {
+        if (!exportName(mode, index.flags, i, &slide, name)) continue;
+        if (const char* error = checkOutput(name, inputs)) return error;
+        if (probed) continue;
+        Output probe;  // the working folder must take the files
+        const char* error = beginOutput(probe, name, inputs, OUTPUT_FILE);
+        if (error) return error;
+        close(probe.fd);
+        dropOutput(probe);
+        probed = true;
+    }
+    return nullptr;
+}
+
+// Writes screen i in the export modes, whole under a temporary name and then renamed.
+static const char* exportScreen(RunMode mode, const Show& show, int i, const Bitmap& screen, int* slide) {
+    char name[64];
+    if (!exportName(mode, show.flags, i, slide, name)) return nullptr;
+    Output out;
+    const char* error = beginOutput(out, name, vec<const char*>(), OUTPUT_FILE);
+    if (error) return error;
+    close(out.fd);
+    if (writePng(out.temp, screen)) return finishOutput(out);
+    dropOutput(out);
+    return outputError(out, pngLastError());
 }
 
 const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress,
@@ -93,9 +128,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
     // over the previous screen its see-through pixels keep what the bitmap already shows.
     Bitmap screen;
     int slide = 0, width = 0, height = 0;
-    char name[64];
-    for (int i = 0; i < ns && !error; i++) {
-        if (debug && i == DEBUG_SCREENS) break;
+    for (int i = 0; i < screensDecoded(ns) && !error; i++) {
         error = readRecord(archive, index, nb + i, &selector, payload);
         if (error) break;
         if (progress) fprintf(progress, "** Decompressing screen %d/%d\r", i, ns), fflush(progress);
@@ -106,7 +139,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
         if (error) break;
         if (i == 0) {
             width = screen_width, height = screen_height;
-            int kept = debug && ns > DEBUG_SCREENS ? DEBUG_SCREENS : ns;
+            int kept = screensDecoded(ns);
             error = checkFirstScreen(selector == nb, width, height, kept);
             if (error) break;
             if (!check) show.room.reserve(kept, (size_t)width * height);  // images a check releases get their own
@@ -118,7 +151,7 @@ const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, S
                                                      : decompressOver(screen, under, in, end);
         payload.release();
         if (error) break;
-        error = exportScreen(mode, show, i, screen, &slide, name, sizeof name);
+        error = exportScreen(mode, show, i, screen, &slide);
         if (error) break;
         makeImage(screen, show.images[i], &show.room);
         if (check) error = check(i, show.images[i]);

@@ -27,3 +27,8 @@ struct Show {
 typedef std::function<const char*(int screen, Image& image)> ScreenCheck;
 const char* unpackShow(File& archive, const ArchiveIndex& index, RunMode mode, Show& show, FILE* progress,
                        const ScreenCheck& check = nullptr);
+
+// Before unpacking in an export mode: every file the run will write must be one that an output
+// may replace (not a device, FIFO or folder, nor the archive itself), and the working folder must
+// take new files. Returns null or a one-line error.
+const char* checkExports(const ArchiveIndex& index, RunMode mode, const char* archive_path);

@@ -43,6 +43,11 @@ static void emptyList(vec<ExitEntry>& list) {
     if (list.cap > 0) list.size = 0;
 }
 
+void ignoreWriteSignals() {
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+}
+
 static void setHandler(const int (&sigs)[3], void (*handler)(int)) {
     for (int sig : sigs) signal(sig, handler);
 }

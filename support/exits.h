@@ -21,6 +21,9 @@ extern vec<ExitEntry> exitfuns_interrupt;
 extern vec<ExitEntry> exitfuns_crash;
 
 void atExit(unsigned when, ExitFunction fn, void* data);
+// Ignores SIGPIPE and SIGXFSZ: a write into a closed pipe or past the file size limit then fails
+// with an error that the program reports, instead of ending it with nothing cleaned up.
+void ignoreWriteSignals();
 void normalExit(int status, void* arg);
 void interruptHandler(int sig);
 void crashHandler(int sig);

@@ -28,6 +28,15 @@ static int formattedLength(const char* fmt, va_list args) {
     return vsnprintf(nullptr, 0, fmt, args);
 }
 
+const char* errorf(const char* fmt, ...) {
+    static char message[1024];
+    va_list args;
+    va_start(args, fmt);
+    vsnprintf(message, sizeof message, fmt, args);
+    va_end(args);
+    return message;
+}
+
 char* vnsprintf(const char* fmt, va_list args) {
     va_list again;
     va_copy(again, args);

@@ -5,6 +5,9 @@
 
 #include "support/vec.h"
 
+// Formats a one-line message into a buffer that lives until the next call (no allocation, so it
+// serves out-of-memory paths too). Arguments must not point into that buffer.
+const char* errorf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 char* vnsprintf(const char* fmt, va_list args);
 char* nsprintf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 char* strnum(int n);

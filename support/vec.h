@@ -1,11 +1,23 @@
 // vec: the growable array used everywhere. Storage comes from smart_realloc / smart_free;
 // elements are moved as raw bytes when the array grows, so T must be trivially relocatable.
 #pragma once
+#include <climits>
 #include <cstring>
 #include <new>
 #include <type_traits>
 
 #include "support/alloc.h"
+
+// The capacity that holds n elements by the growth rule 2, 3, 5, 8, 12, 18, 27, 41, ... starting
+// from cap, never above most (computed in 64 bits, so the rule's last step cannot overflow).
+inline long long grownCapacity(long long cap, long long n, long long most) {
+    long long c = cap;
+    if (c == 0)
+        c = n > 2 ? n : 2;
+    else
+        while (c < n) c = (c * 3 + 1) >> 1;
+    return c < most ? c : most;
+}
 
 template <class T>
 struct vec {
@@ -26,14 +38,17 @@ struct vec {
     const T* begin() const { return data; }
     const T* end() const { return data + size; }
 
-    // Capacity grows 2, 3, 5, 8, 12, 18, 27, 41, ... until it holds n.
-    void reserve(int n) {
+    // The most elements a vec holds: its count is an int and its byte size an unsigned.
+    static constexpr long long max_size = (long long)(UINT_MAX / sizeof(T)) < INT_MAX
+                                              ? (long long)(UINT_MAX / sizeof(T))
+                                              : (long long)INT_MAX;
+
+    // Capacity grows 2, 3, 5, 8, 12, 18, 27, 41, ... until it holds n; a request beyond max_size
+    // throws Exception_MemOut at once.
+    void reserve(long long n) {
         if (n <= cap) return;
-        int c = cap;
-        if (c == 0)
-            c = n > 2 ? n : 2;
-        else
-            while (c < n) c = (c * 3 + 1) >> 1;
+        if (n > max_size) throw Exception_MemOut();
+        int c = (int)grownCapacity(cap, n, max_size);
         data = (T*)smart_realloc((char*)data, (unsigned)(cap * sizeof(T)), (unsigned)(c * sizeof(T)));
         cap = c;
     }
@@ -41,7 +56,7 @@ struct vec {
     T& push(const T& x) {
         if (size >= cap) {
             T copy = x;  // x may live in the old storage
-            reserve(size + 1);
+            reserve(size + 1LL);
             return *new (data + size++) T(copy);
         }
         return *new (data + size++) T(x);
@@ -49,7 +64,7 @@ struct vec {
 
     // Appends a value-initialised element and returns it.
     T& push() {
-        reserve(size + 1);
+        reserve(size + 1LL);
         return *new (data + size++) T();
     }
 

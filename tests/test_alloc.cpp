@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "support/alloc.h"
 #include "support/vec.h"
 
@@ -93,4 +95,33 @@ TEST(SmartRealloc, OnlyBlocksUpTo128BytesArePooled) {
     EXPECT_EQ(smart_realloc(nullptr, 0, 125), pooled);  // 125..128 bytes share the class
     smart_free(pooled, 128);
     smart_free(large, 129);
+}
+
+// The growth rule's steps past 2^30 elements overflowed an int and never ended; they stop at the
+// largest capacity instead.
+TEST(Vec, GrowthNearTheLimitStopsAtTheLargestCapacity) {
+    EXPECT_EQ(grownCapacity(0, 1, INT_MAX), 2);
+    EXPECT_EQ(grownCapacity(27, 28, INT_MAX), 41);
+    EXPECT_EQ(grownCapacity(800000000, 800000001, INT_MAX), 1200000000);
+    EXPECT_EQ(grownCapacity(1200000000, 1200000001, INT_MAX), 1800000000);
+    EXPECT_EQ(grownCapacity(1800000000, 1800000001, INT_MAX), INT_MAX);
+    EXPECT_EQ(grownCapacity(1200000000, 1500000000, 1073741823), 1073741823);
+}
+
+TEST(Vec, LargestSizeKeepsTheByteCountWithinAnUnsigned) {
+    EXPECT_EQ(vec<char>::max_size, INT_MAX);
+    EXPECT_EQ(vec<int>::max_size, (long long)(UINT_MAX / 4));
+    EXPECT_EQ(vec<double>::max_size, (long long)(UINT_MAX / 8));
+}
+
+// 600 million doubles are 4.8 GB, beyond the unsigned byte size: the request used to be cut to
+// its low 32 bits and served with a far smaller block.
+TEST(Vec, RequestBeyondTheLargestSizeThrowsAtOnce) {
+    vec<double> v;
+    v.push(1.5);
+    EXPECT_THROW(v.reserve(600000000), Exception_MemOut);
+    EXPECT_THROW(v.resize(INT_MAX), Exception_MemOut);
+    EXPECT_EQ(v.size, 1);
+    EXPECT_EQ(v.cap, 2);
+    EXPECT_EQ(v[0], 1.5);
 }

@@ -586,6 +586,20 @@ TEST(PdfNotes, PagesNotMadeThatWayAreRefused) {
                    show, "apply to a PDF talk");
 }
 
+// `pack_slides talk.pdf -o talk.pdf` once replaced the talk with the show.
+TEST(PdfPack, TheTalkIsNeverReplacedByItsShow) {
+    TempDir tmp;
+    std::string pdf = tmp.file("talk.pdf");
+    writeFile(pdf, makePdf({page(kRed, "1")}, true));
+    std::string talk = readFileBytes(pdf);
+    for (const char* output : {"-o", "--archive"}) {
+        RunResult r = runProgram({buildProgram("pack_slides"), pdf, output, pdf});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err, "ERROR! Could not write: " + pdf + ": it would replace the input " + pdf + "\n");
+        EXPECT_EQ(readFileBytes(pdf), talk);
+    }
+}
+
 // A page whose image declares 10^6 x 10^6 pixels in three bytes: the PDF library renders it for
 // minutes or more.
 TestPage endlessPage(const std::string& label) {

@@ -19,6 +19,7 @@
 #include "show/unpack.h"
 #include "codec/codec.h"
 #include "helpers/archives.h"
+#include "helpers/checks.h"
 #include "helpers/run.h"
 #include "png/png.h"
 
@@ -63,30 +64,10 @@ bool fileExists(const std::string& path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-// Both PNG files hold the same pixels.
-::testing::AssertionResult samePng(const std::string& a, const std::string& b) {
-    Bitmap x, y;
-    if (!readPng(a.c_str(), x)) return ::testing::AssertionFailure() << "cannot read " << a;
-    if (!readPng(b.c_str(), y)) return ::testing::AssertionFailure() << "cannot read " << b;
-    if (x.width != y.width || x.height != y.height) return ::testing::AssertionFailure() << a << ": size differs";
-    for (int i = 0; i < x.width * x.height; i++)
-        if (x.data[i] != y.data[i])
-            return ::testing::AssertionFailure() << a << " differs from " << b << " at pixel " << i;
-    return ::testing::AssertionSuccess();
-}
-
 int countFiles(const std::string& dir) {
     int n = 0;
     for (auto& e : std::filesystem::directory_iterator(dir)) n += e.is_regular_file();
     return n;
-}
-
-// Exactly one line on standard error, beginning "ERROR! ".
-::testing::AssertionResult oneErrorLine(const RunResult& r) {
-    if (r.signal) return ::testing::AssertionFailure() << "died of signal " << r.signal;
-    if (r.err.rfind("ERROR! ", 0) != 0 || r.err.find('\n') != r.err.size() - 1)
-        return ::testing::AssertionFailure() << "stderr: [" << r.err << "]";
-    return ::testing::AssertionSuccess();
 }
 
 // Packs a corpus deck with pack_slides --verify into an archive (--archive) or a show (-o),
@@ -367,32 +348,11 @@ TEST(MalformedArchive, IntactArchiveExports) {
     EXPECT_EQ(countFiles(out.path), 3);
 }
 
-// Starts the program, interrupts it after delay_ms with SIGINT and returns its wait status.
-int interruptAfter(const std::vector<std::string>& argv, const std::string& cwd, int delay_ms) {
-    pid_t pid = fork();
-    if (pid == 0) {
-        if (chdir(cwd.c_str()) != 0) _exit(126);
-        int null_fd = open("/dev/null", O_WRONLY);
-        dup2(null_fd, 1);
-        dup2(null_fd, 2);
-        std::vector<char*> args;
-        for (const std::string& a : argv) args.push_back((char*)a.c_str());
-        args.push_back(nullptr);
-        execv(args[0], args.data());
-        _exit(127);
-    }
-    usleep(delay_ms * 1000);
-    kill(pid, SIGINT);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return status;
-}
-
 TEST(Interrupt, CtrlCWhileUnpackingEndsWithStatus255) {
     if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
     std::string archive = packDeck("conference-talk", "--archive");
     TempDir out;
-    int status = interruptAfter({buildProgram("view_slides"), archive, "-png-screens"}, out.path, 300);
+    int status = signalAfter({buildProgram("view_slides"), archive, "-png-screens"}, out.path, SIGINT, 300);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by a signal";
     EXPECT_EQ(WEXITSTATUS(status), 255);
     EXPECT_LT(countFiles(out.path), 31) << "interrupted before the end";
@@ -401,8 +361,8 @@ TEST(Interrupt, CtrlCWhileUnpackingEndsWithStatus255) {
 TEST(Interrupt, CtrlCWhilePackingLeavesNoOutput) {
     if (corpusDir().empty()) GTEST_SKIP() << "corpus folder ../shared/corpus is absent";
     TempDir out;
-    int status = interruptAfter(
-        {buildProgram("pack_slides"), corpusDir() + "/conference-talk", "-o", out.file("show")}, out.path, 300);
+    int status = signalAfter({buildProgram("pack_slides"), corpusDir() + "/conference-talk", "-o", out.file("show")},
+                             out.path, SIGINT, 300);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by a signal";
     EXPECT_EQ(WEXITSTATUS(status), 255);
     EXPECT_EQ(countFiles(out.path), 0) << "the show or its temporary file was left behind";
@@ -413,6 +373,42 @@ TEST(ViewSlides, UnopenableArchive) {
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "ERROR! Could not open: /nonexistent/talk.slides\n");
     EXPECT_EQ(r.out, kBanner);
+}
+
+// Index counts of 2^31 and above read as 32-bit ints were none (an empty show, exported without a
+// word) or a few; they are an error.
+TEST(ViewSlides, CountsBeyondA32BitIntAreAnError) {
+    TempDir tmp, out;
+    const std::string counts[] = {
+        std::string("\xE0\0\0\0\0\x80\0\0\0", 9),  // 2^31
+        std::string("\xE0\0\0\0\x01\0\0\0\x01", 9),  // 2^32 + 1, once read as 1
+    };
+    for (const std::string& count : counts) {
+        for (bool screens : {true, false}) {
+            // The index alone: nb, ns, then an offset, at the start of the file; the trailer points at it.
+            std::string index = screens ? std::string(1, '\0') + count : count + std::string(1, '\1');
+            writeFileBytes(tmp.file("big"), index + std::string(1, '\0') + std::string(8, '\0'));
+            RunResult r = runProgram({buildProgram("view_slides"), tmp.file("big"), "-png-screens"}, out.path);
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.err, "ERROR! Index count too large for a slide archive.\n");
+        }
+    }
+    EXPECT_EQ(countFiles(out.path), 0);
+}
+
+// A show or the viewer named where an archive belongs once read as garbage ("Record offset outside
+// the archive."); it is said what the file is.
+TEST(ViewSlides, AShowOrTheViewerGivenAsTheArchiveIsSaidToBeAProgram) {
+    TempDir tmp;
+    std::string show = tmp.file("show");
+    writeFileBytes(show, smallArchive(ARCHIVE_APPENDED, readFileBytes(buildProgram("view_slides"))));
+    RunResult r = runProgram({buildProgram("view_slides"), show, "-png-screens"}, tmp.path);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ERROR! " + show + " is a slide show to be run, not an archive: start it as a program.\n");
+    r = runProgram({buildProgram("view_slides"), buildProgram("view_slides"), "-png-screens"}, tmp.path);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ERROR! " + buildProgram("view_slides") + " is a program, not a slide archive.\n");
+    EXPECT_EQ(countFiles(tmp.path), 1);
 }
 
 TEST(ViewSlides, WithoutAnAppendedArchiveSaysSo) {
@@ -463,7 +459,7 @@ TEST(PackSlides, BadInputLeavesNoOutput) {
         {{tmp.file("not.png"), "--archive", tmp.file("a2")}, tmp.file("a2")},
         {{page, tmp.file("small.png"), "-o", tmp.file("show3")}, tmp.file("show3")},
         {{page, "-o", "/nonexistent/folder/show"}, "/nonexistent/folder/show"},
-        {{tmp.path, "-o", tmp.file("show5")}, tmp.file("show5")},  // a folder without slides.txt
+        {{tmp.path, "-o", tmp.file("show5")}, tmp.file("show5")},  // no slides.txt, and not.png is no PNG
     };
     for (const Case& c : cases) {
         std::vector<std::string> argv = {buildProgram("pack_slides")};

@@ -1,95 +1,99 @@
 // slides_codec: converts between PNG files and codec streams.
 //   slides_codec encode IN.png OUT.bin [--raw]
 //   slides_codec decode IN.bin OUT.png
-// Failures print one "ERROR! " line and exit with 1; an output file is replaced only whole.
-#include <sys/stat.h>
+// Failures print one "ERROR! " line and exit with 1. The output is checked before any work and
+// replaced only whole.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "codec/codec.h"
+#include "io/input.h"
+#include "io/output.h"
 #include "png/png.h"
+#include "support/exits.h"
 
 namespace {
 
 const char* kUsage = "usage: slides_codec encode IN.png OUT.bin [--raw] | decode IN.bin OUT.png";
 
+// Far beyond any stream of a bitmap within the size limits.
+const long long kMaxStreamBytes = 1LL << 30;
+
+// The exit removes an unfinished output's temporary file.
 [[noreturn]] void die(const std::string& message) {
     fprintf(stderr, "ERROR! %s\n", message.c_str());
     exit(1);
 }
 
-bool readWhole(const char* path, vec<unsigned char>& out) {
-    FILE* f = fopen(path, "rb");
-    if (!f) return false;
-    unsigned char chunk[65536];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, f)) > 0) {
-        if (out.size > (1 << 30)) break;  // far beyond any stream within the size limits
-        int old = out.size;
-        out.resize(old + (int)n);
-        memcpy(out.data + old, chunk, n);
+// Checks the output and creates its temporary file, before any work.
+void beginOrDie(Output& out, const char* path, const char* input) {
+    vec<const char*> inputs;
+    inputs.push(input);
+    if (const char* error = beginOutput(out, path, inputs, OUTPUT_FILE)) die(error);
+    close(out.fd);  // written by name
+}
+
+void finishOrDie(Output& out, bool written, const char* why_not) {
+    if (!written) {
+        dropOutput(out);
+        die(outputError(out, why_not));
     }
-    bool ok = !ferror(f) && feof(f);
-    fclose(f);
-    return ok;
+    if (const char* error = finishOutput(out)) die(error);
 }
 
-// A fresh file beside path, to be renamed over it once complete.
-std::string makeTemporary(const std::string& path) {
-    std::string name = path + ".tmp.XXXXXX";
-    int fd = mkstemp(&name[0]);
-    if (fd < 0) die("cannot create a file beside " + path);
-    mode_t mask = umask(0);
-    umask(mask);
-    fchmod(fd, 0666 & ~mask);  // the permissions a plain new file would get
-    close(fd);
-    return name;
-}
-
-void commitOrDie(bool written, const std::string& temporary, const char* path) {
-    if (written && rename(temporary.c_str(), path) == 0) return;
-    unlink(temporary.c_str());
-    die(std::string("cannot write ") + path);
-}
-
-bool writeBytes(const std::string& path, const vec<unsigned char>& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
+// Writes the bytes to the file at path (the output's temporary file); false with errno set.
+bool writeBytes(const char* path, const vec<unsigned char>& bytes) {
+    FILE* f = fopen(path, "wb");
     if (!f) return false;
     bool ok = fwrite(bytes.data, 1, (size_t)bytes.size, f) == (size_t)bytes.size;
     return fclose(f) == 0 && ok;
 }
 
-std::string pngProblem(const char* path) {
-    std::string why = pngLastError();
-    return std::string("cannot read PNG ") + path + (why.empty() ? "" : ": " + why);
+// The stream keeps opaque colours and the one see-through pixel: a fully transparent pixel of any
+// colour becomes that pixel; a partly transparent one cannot be kept.
+void keepOnlyWhatTheStreamHolds(Bitmap& bitmap, const char* path) {
+    for (int y = 0; y < bitmap.height; y++)
+        for (int x = 0; x < bitmap.width; x++) {
+            Color& c = bitmap.at(x, y);
+            if (c.transparency == 255) c = color_SeeThrough;
+            if (c.transparency != 0 && c.transparency != 255)
+                die(std::string(path) + " has partly transparent pixels (the first at " + std::to_string(x) + ", " +
+                    std::to_string(y) + "); a stream holds opaque and fully transparent pixels only");
+        }
 }
 
-void encode(const char* in, const char* out, bool raw) {
+void encode(const char* in, const char* out_path, bool raw) {
+    Output out;
+    beginOrDie(out, out_path, in);
     Bitmap bitmap;
-    if (!readPng(in, bitmap)) die(pngProblem(in));
+    if (!readPng(in, bitmap)) die(std::string("cannot read PNG ") + in + ": " + pngLastError());
+    keepOnlyWhatTheStreamHolds(bitmap, in);
     vec<unsigned char> stream;
     compress(bitmap, stream, raw);
-    std::string temporary = makeTemporary(out);
-    commitOrDie(writeBytes(temporary, stream), temporary, out);
+    bool written = writeBytes(out.temp, stream);
+    finishOrDie(out, written, strerror(errno));
 }
 
-void decode(const char* in, const char* out) {
+void decode(const char* in, const char* out_path) {
+    Output out;
+    beginOrDie(out, out_path, in);
     vec<unsigned char> stream;
-    if (!readWhole(in, stream)) die(std::string("cannot read ") + in);
+    if (const char* reason = readWholeFile(in, kMaxStreamBytes, false, stream))
+        die(std::string("cannot read ") + in + ": " + reason);
     Bitmap bitmap;
     if (const char* error = decompress(bitmap, stream)) die(std::string(in) + ": " + error);
     if (bitmap.width == 0 || bitmap.height == 0) die(std::string(in) + ": empty bitmap, nothing to write as PNG");
-    std::string temporary = makeTemporary(out);
-    commitOrDie(writePng(temporary.c_str(), bitmap), temporary, out);
+    bool written = writePng(out.temp, bitmap);
+    finishOrDie(out, written, pngLastError());
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+void run(int argc, char** argv) {
     if (argc == 4 && strcmp(argv[1], "encode") == 0)
         encode(argv[2], argv[3], false);
     else if (argc == 5 && strcmp(argv[1], "encode") == 0 && strcmp(argv[4], "--raw") == 0)
@@ -98,5 +102,17 @@ int main(int argc, char** argv) {
         decode(argv[2], argv[3]);
     else
         die(kUsage);
-    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ignoreWriteSignals();
+    try {
+        run(argc, argv);
+        return 0;
+    } catch (Exception_MemOut&) {
+    } catch (std::bad_alloc&) {
+    }
+    die("out of memory");
 }
