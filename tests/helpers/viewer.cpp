@@ -89,6 +89,17 @@ RunningViewer::RunningViewer(const XServer& x, const TestShow& show, const std::
     XSync(look_, False);
 }
 
+::testing::AssertionResult RunningViewer::ok() const {
+    if (window_) return ::testing::AssertionSuccess();
+    if (!look_) return ::testing::AssertionFailure() << "cannot connect to " << x_.name();
+    int status = 0;
+    bool ended = waitpid(pid_, &status, WNOHANG) == pid_;
+    ::testing::AssertionResult failure = ::testing::AssertionFailure() << "no viewable window titled \"" << kTitle << "\"; ";
+    if (ended) failure << "the viewer ended with status " << (WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+    else failure << "the viewer still runs";
+    return failure << "; its output: [" << out() << "], its errors: [" << err() << "]";
+}
+
 RunningViewer::~RunningViewer() {
     if (pid_ > 0 && !done_) {
         kill(pid_, SIGKILL);

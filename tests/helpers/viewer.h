@@ -47,7 +47,8 @@ public:
     RunningViewer(const RunningViewer&) = delete;
     RunningViewer& operator=(const RunningViewer&) = delete;
 
-    bool ok() const { return window_ != 0; }
+    // The window is there; else why not: whether the program still runs, and what it said.
+    ::testing::AssertionResult ok() const;
     Window window() const { return window_; }
     pid_t pid() const { return pid_; }
 
