@@ -104,6 +104,10 @@ bool readImage(ReadState& s) {
     if (setjmp(png_jmpbuf(s.png))) return false;
     png_set_read_fn(s.png, s.file, readData);
     png_set_sig_bytes(s.png, 8);
+    // Only the chunks that make the pixels are read (IHDR, PLTE, tRNS, IDAT): text, colour
+    // profiles and other metadata are skipped unread, so a text chunk that declares gigabytes
+    // does not make libpng allocate them.
+    png_set_keep_unknown_chunks(s.png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
 #ifdef SLIDES_FUZZING
     // Fuzz builds: ignore chunk checksums so that mutated files reach the decoder.
     png_set_crc_action(s.png, PNG_CRC_QUIET_USE, PNG_CRC_QUIET_USE);

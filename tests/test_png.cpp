@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -19,7 +23,8 @@ struct TestImage {
     std::vector<unsigned char> palette_alpha;
 };
 
-void writeTestPng(const std::string& path, TestImage& img) {
+// A comment, when given, is written as a tEXt chunk.
+void writeTestPng(const std::string& path, TestImage& img, const std::string& comment = "") {
     FILE* f = fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
@@ -30,6 +35,12 @@ void writeTestPng(const std::string& path, TestImage& img) {
     if (!img.palette.empty()) png_set_PLTE(png, info, img.palette.data(), (int)img.palette.size());
     if (!img.palette_alpha.empty())
         png_set_tRNS(png, info, img.palette_alpha.data(), (int)img.palette_alpha.size(), nullptr);
+    png_text text = {};
+    text.compression = PNG_TEXT_COMPRESSION_NONE;
+    text.key = (char*)"Comment";
+    text.text = (char*)comment.c_str();
+    text.text_length = comment.size();
+    if (!comment.empty()) png_set_text(png, info, &text, 1);
     png_write_info(png, info);
     for (auto& row : img.rows) png_write_row(png, row.data());
     png_write_end(png, nullptr);
@@ -211,6 +222,30 @@ TEST(ReadPng, RejectsSizesBeyondTheLimits) {
     Bitmap b;
     EXPECT_FALSE(readPng(dir.file("wide.png").c_str(), b));
     expectCleared(b);
+}
+
+// A text chunk is skipped unread: libpng would otherwise allocate and fill a buffer of whatever
+// length the chunk declares. The reading child's peak memory tells.
+TEST(ReadPng, TextChunksCostNoMemory) {
+    TempDir dir;
+    TestImage img{16, 2, PNG_COLOR_TYPE_GRAY, 8, {std::vector<unsigned char>(16, 7), std::vector<unsigned char>(16, 9)},
+                  {}, {}};
+    writeTestPng(dir.file("text.png"), img, std::string(64 << 20, 'x'));
+    pid_t child = fork();
+    if (child == 0) {
+        rusage before, after;
+        getrusage(RUSAGE_SELF, &before);
+        Bitmap b;
+        bool read = readPng(dir.file("text.png").c_str(), b) && b.width == 16 && b.at(3, 1).r == 9;
+        getrusage(RUSAGE_SELF, &after);
+        long grown_kb = after.ru_maxrss - before.ru_maxrss;
+        _exit(!read ? 1 : grown_kb > (16 << 10) ? 2 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_NE(WEXITSTATUS(status), 1) << "the image was not read";
+    EXPECT_NE(WEXITSTATUS(status), 2) << "reading took the text chunk's 64 MB";
 }
 
 TEST(ReadPng, CorpusPageIsOpaque) {
