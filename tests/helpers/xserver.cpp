@@ -401,6 +401,23 @@ static bool wmRunning(Display* d) {
     return count == 1;
 }
 
+// The manager announces itself before its event loop runs; a window mapped in between was once
+// never shown. Ready means a probe window gets mapped, asked again every second.
+static bool managesWindows(Display* d) {
+    Window probe = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 10, 10, 0, 0, 0);
+    long long asked = 0;
+    bool mapped = pollUntil(
+        [&] {
+            if (nowMs() - asked >= 1000) XMapWindow(d, probe), asked = nowMs();
+            XWindowAttributes attr;
+            return XGetWindowAttributes(d, probe, &attr) && attr.map_state == IsViewable;
+        },
+        START_TIMEOUT_MS);
+    XDestroyWindow(d, probe);
+    XSync(d, False);
+    return mapped;
+}
+
 WindowManager::WindowManager(const XServer& x) {
     std::string openbox = findInPath("openbox");
     if (openbox.empty()) {
@@ -422,7 +439,7 @@ WindowManager::WindowManager(const XServer& x) {
         execl(openbox.c_str(), "openbox", "--sm-disable", (char*)nullptr);
         _exit(127);
     }
-    if (!pollUntil([&] { return wmRunning(d); }, START_TIMEOUT_MS)) {
+    if (!pollUntil([&] { return wmRunning(d); }, START_TIMEOUT_MS) || !managesWindows(d)) {
         error_ = "openbox did not start";
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
