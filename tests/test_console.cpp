@@ -18,6 +18,7 @@
 #include "app/console_layout.h"
 #include "codec/codec.h"
 #include "png/png.h"
+#include "helpers/archives.h"
 #include "helpers/presenting.h"
 #include "helpers/run.h"
 #include "helpers/screen_text.h"
@@ -476,12 +477,9 @@ TEST_F(ConsoleBare24, PackedNotesPdfShowsItsNotes) {
     ASSERT_EQ(packed.status, 0) << packed.err;
 
     // The notes as the archive holds them, decoded: the console must show these.
-    File in;
-    in.open(archive.c_str(), "rb");
     ArchiveIndex index;
-    ASSERT_EQ(readIndex(in, ARCHIVE_SEPARATE, index), nullptr);
     ShowNotes notes;
-    ASSERT_EQ(readNotes(in, index, notes), nullptr);
+    ASSERT_EQ(readArchiveNotes(archive, index, notes), nullptr);
     ASSERT_EQ(notes.pictures.size, 2);
     const int notes_of[] = {0, 1, 1, -1};
     std::vector<std::unique_ptr<Bitmap>> bitmaps;

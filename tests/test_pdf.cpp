@@ -22,6 +22,7 @@
 
 #include "show/archive.h"
 #include "show/notes.h"
+#include "helpers/archives.h"
 #include "helpers/run.h"
 #include "png/png.h"
 #include "packer/limits.h"
@@ -477,12 +478,9 @@ std::string notesTalk(const std::string& side) {
 
 // The notes of an archive, each decoded (null for none).
 std::vector<std::shared_ptr<Bitmap>> archiveNotes(const std::string& path, int* pictures) {
-    File in;
-    in.open(path.c_str(), "rb");
     ArchiveIndex index;
-    EXPECT_EQ(readIndex(in, ARCHIVE_SEPARATE, index), nullptr);
     ShowNotes notes;
-    EXPECT_EQ(readNotes(in, index, notes), nullptr);
+    EXPECT_EQ(readArchiveNotes(path, index, notes), nullptr);
     *pictures = notes.pictures.size;
     std::vector<std::shared_ptr<Bitmap>> out;
     for (int i = 0; i < index.ns; i++) {

@@ -12,3 +12,10 @@ std::string writeArchiveFile(const std::string& path, ArchiveLayout layout, cons
     out.close();
     return readFileBytes(path);
 }
+
+const char* readArchiveNotes(const std::string& path, ArchiveIndex& index, ShowNotes& notes) {
+    File in;
+    in.open(path.c_str(), "rb");
+    const char* error = readIndex(in, ARCHIVE_SEPARATE, index);
+    return error ? error : readNotes(in, index, notes);
+}

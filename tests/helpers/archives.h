@@ -10,3 +10,6 @@
 std::string writeArchiveFile(const std::string& path, ArchiveLayout layout, const std::string& prefix,
                              const vec<vec<unsigned char> >& backgrounds, const vec<ScreenRecord>& screens,
                              const vec<bool>& flags, const ShowNotes* notes = nullptr);
+
+// Reads the index and the notes of the separate archive at path. Returns null or what is wrong.
+const char* readArchiveNotes(const std::string& path, ArchiveIndex& index, ShowNotes& notes);
